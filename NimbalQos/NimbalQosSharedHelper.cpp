@@ -1,0 +1,2 @@
+// Placeholder until the factory lands.
+namespace Nimbal {}

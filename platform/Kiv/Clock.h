@@ -1,0 +1,42 @@
+#pragma once
+
+#include <limits>
+#include <vector>
+
+#include "Kiv/Entity.h"
+
+namespace Kiv {
+
+inline constexpr double never = std::numeric_limits<double>::infinity();
+
+// Virtual time in seconds. Timer reactors wake at their timeMin; +infinity means never.
+class Clock : public Entity {
+  public:
+   class Notifiee;
+
+   double now() const { return now_; }
+   // Moves time forward to `t`, waking due reactors in order of wake time.
+   void nowIs(double t);
+   void advance(double seconds) { nowIs(now_ + seconds); }
+   // The earliest wake time of an active reactor, or never.
+   double nextWake() const;
+
+  private:
+   std::vector<Notifiee*> timers() const;
+   double now_ = 0.0;
+};
+
+class Clock::Notifiee : public Kiv::Notifiee<Clock> {
+  public:
+   double timeMin() const { return timeMin_; }
+   void timeMinIs(double t) { timeMin_ = t; }
+   virtual void onTimeMin() {}
+
+  private:
+   double timeMin_ = never;
+};
+
+// The clock of the agent's event loop.
+Ptr<Clock> activityClock();
+
+}  // namespace Kiv

@@ -1,0 +1,193 @@
+#pragma once
+
+#include <any>
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <type_traits>
+#include <unordered_map>
+#include <vector>
+
+#include "Kiv/Entity.h"
+
+namespace Kiv {
+
+template <class T>
+struct IsPtr : std::false_type {};
+template <class T>
+struct IsPtr<Ptr<T>> : std::true_type {
+   using Record = T;
+};
+
+// The one collection of the framework. Value is either a handle to a record (a collection
+// of records, created from their key) or a plain value (a map of values). Every change
+// notifies the owner's observers of the attribute, with the key; an owner of null notifies
+// nobody (inner collections that are not observed).
+template <class Key, class Value, class Map, bool OfRecords>
+class Collection {
+  public:
+   static constexpr bool ofRecords = OfRecords;
+   using key_type = Key;
+   using value_type = Value;
+   using iterator = typename Map::iterator;
+   using const_iterator = typename Map::const_iterator;
+
+   Collection(Entity const* owner, AttrId attr) : owner_(owner), attr_(attr) {}
+   Collection(Collection const&) = delete;
+   Collection& operator=(Collection const&) = delete;
+
+   // Collections of records: create-or-return. A new record gets its notifications on.
+   template <bool R = ofRecords, class = std::enable_if_t<R>>
+   Value is(Key const& key) {
+      auto it = map_.find(key);
+      if (it != map_.end()) {
+         return it->second;
+      }
+      Value record(new typename IsPtr<Value>::Record(key));
+      record->hasNotificationActiveIs(true);
+      map_.emplace(key, record);
+      changed(key);
+      return record;
+   }
+
+   // Maps of values: insert or overwrite; an equal value changes nothing and notifies nobody.
+   template <bool R = ofRecords, class = std::enable_if_t<!R>>
+   bool is(Key const& key, Value const& value) {
+      auto it = map_.find(key);
+      if (it != map_.end()) {
+         if (it->second == value) {
+            return false;
+         }
+         it->second = value;
+      } else {
+         map_.emplace(key, value);
+      }
+      changed(key);
+      return true;
+   }
+
+   // Removes the element, if any; a removed record is handed back (it dies with the last handle).
+   std::conditional_t<ofRecords, Value, bool> del(Key const& key) {
+      auto it = map_.find(key);
+      if (it == map_.end()) {
+         return {};
+      }
+      if constexpr (ofRecords) {
+         Value record = it->second;
+         map_.erase(it);
+         changed(key);
+         return record;
+      } else {
+         map_.erase(it);
+         changed(key);
+         return true;
+      }
+   }
+
+   // Removes the element at an iterator during a walk; returns the next position.
+   iterator del(iterator it) {
+      Key key = it->first;
+      auto next = map_.erase(it);
+      changed(key);
+      return next;
+   }
+
+   void delAll() {
+      std::vector<Key> keys;
+      keys.reserve(map_.size());
+      for (auto const& kv : map_) {
+         keys.push_back(kv.first);
+      }
+      for (auto const& k : keys) {
+         del(k);
+      }
+   }
+
+   // Lookup: the record or null; the value or its default.
+   Value find(Key const& key) const {
+      auto it = map_.find(key);
+      return it == map_.end() ? Value() : it->second;
+   }
+   std::optional<Value> value(Key const& key) const {
+      auto it = map_.find(key);
+      if (it == map_.end()) {
+         return std::nullopt;
+      }
+      return it->second;
+   }
+   bool has(Key const& key) const { return map_.find(key) != map_.end(); }
+   std::size_t size() const { return map_.size(); }
+   bool empty() const { return map_.empty(); }
+
+   const_iterator begin() const { return map_.begin(); }
+   const_iterator end() const { return map_.end(); }
+   iterator begin() { return map_.begin(); }
+   iterator end() { return map_.end(); }
+   const_iterator findIter(Key const& key) const { return map_.find(key); }
+
+   std::vector<Key> keys() const {
+      std::vector<Key> out;
+      out.reserve(map_.size());
+      for (auto const& kv : map_) {
+         out.push_back(kv.first);
+      }
+      return out;
+   }
+
+  private:
+   void changed(Key const& key) const {
+      if (owner_ && owner_->hasObservers()) {
+         owner_->notify(attr_, std::any(key));
+      }
+   }
+
+   Entity const* owner_;
+   AttrId attr_;
+   Map map_;
+};
+
+template <class Key, class Record>
+using HashCollection = Collection<Key, Ptr<Record>, std::unordered_map<Key, Ptr<Record>>, true>;
+template <class Key, class Value>
+using HashMap = Collection<Key, Value, std::unordered_map<Key, Value>, false>;
+template <class Key, class Value>
+using OrderedMap = Collection<Key, Value, std::map<Key, Value>, false>;
+
+}  // namespace Kiv
+
+// The framework's generated operations of a collection attribute `name`:
+// name(key) looks up, name() counts, nameIs creates or sets, nameDel removes, nameDelAll
+// empties, nameHas tests, nameCol gives the collection for iteration. `owner` is `this`,
+// or nullptr for a collection that nobody observes.
+#define KIV_COLLECTION_OPS(Kind, Key, Value, name, owner)                  \
+  public:                                                                 \
+   auto name(Key const& k) const { return name##_.find(k); }              \
+   std::size_t name() const { return name##_.size(); }                    \
+   bool name##Has(Key const& k) const { return name##_.has(k); }          \
+   auto name##Del(Key const& k) { return name##_.del(k); }                \
+   void name##DelAll() { name##_.delAll(); }                              \
+   Kind<Key, Value> const& name##Col() const { return name##_; }          \
+                                                                          \
+  private:                                                                \
+   Kind<Key, Value> name##_{owner, #name};                                \
+                                                                          \
+  public:
+
+#define KIV_RECORD_COLLECTION(Key, Record, name)                     \
+   KIV_COLLECTION_OPS(::Kiv::HashCollection, Key, Record, name, this) \
+   ::Kiv::Ptr<Record> name##Is(Key const& k) { return name##_.is(k); }
+
+#define KIV_VALUE_MAP(Key, Value, name)                             \
+   KIV_COLLECTION_OPS(::Kiv::HashMap, Key, Value, name, this)        \
+   bool name##Is(Key const& k, Value const& v) { return name##_.is(k, v); }
+
+#define KIV_INNER_VALUE_MAP(Key, Value, name)                       \
+   KIV_COLLECTION_OPS(::Kiv::HashMap, Key, Value, name, nullptr)     \
+   bool name##Is(Key const& k, Value const& v) { return name##_.is(k, v); }
+
+#define KIV_ORDERED_MAP(Key, Value, name)                                    \
+   KIV_COLLECTION_OPS(::Kiv::OrderedMap, Key, Value, name, this)              \
+   bool name##Is(Key const& k, Value const& v) { return name##_.is(k, v); }   \
+   auto name##Del(::Kiv::OrderedMap<Key, Value>::iterator it) { return name##_.del(it); } \
+   auto name##Begin() { return name##_.begin(); }                             \
+   auto name##End() { return name##_.end(); }

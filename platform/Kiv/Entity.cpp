@@ -1,0 +1,73 @@
+#include "Kiv/Entity.h"
+
+#include <algorithm>
+
+#include "Kiv/Type.h"
+
+namespace Kiv {
+
+TypeDesc const* Entity::fwkType() const {
+   return entityTypeDesc();
+}
+
+Entity::~Entity() {
+   // Reactors outlive their notifier only when they hold no handle on it; unbind them.
+   for (NotifieeBase* n : notifiees_) {
+      n->notifierBase_ = nullptr;
+   }
+}
+
+void Entity::notifieeAdd(NotifieeBase* n) const {
+   notifiees_.push_back(n);
+}
+
+void Entity::notifieeDel(NotifieeBase* n) const {
+   auto it = std::find(notifiees_.begin(), notifiees_.end(), n);
+   if (it != notifiees_.end()) {
+      notifiees_.erase(it);
+   }
+}
+
+template <class F>
+void Entity::forEachNotifiee(F&& f) const {
+   if (!notificationActive_ || notifiees_.empty()) {
+      return;
+   }
+   // A reactor may detach itself or others while it reacts: walk a copy and skip the gone.
+   std::vector<NotifieeBase*> snapshot = notifiees_;
+   for (NotifieeBase* n : snapshot) {
+      if (std::find(notifiees_.begin(), notifiees_.end(), n) == notifiees_.end()) {
+         continue;
+      }
+      if (n->isActive()) {
+         f(n);
+      }
+   }
+}
+
+void Entity::notify(AttrId attr) const {
+   forEachNotifiee([&](NotifieeBase* n) { n->onAttribute(attr); });
+}
+
+void Entity::notify(AttrId attr, std::any const& key) const {
+   forEachNotifiee([&](NotifieeBase* n) { n->onAttribute(attr, key); });
+}
+
+NotifieeBase::~NotifieeBase() {
+   notifierBaseIs(nullptr);
+}
+
+void NotifieeBase::notifierBaseIs(Entity const* e) {
+   if (e == notifierBase_) {
+      return;
+   }
+   if (notifierBase_) {
+      notifierBase_->notifieeDel(this);
+   }
+   notifierBase_ = e;
+   if (notifierBase_) {
+      notifierBase_->notifieeAdd(this);
+   }
+}
+
+}  // namespace Kiv

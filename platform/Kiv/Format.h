@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <type_traits>
+
+namespace Kiv {
+
+namespace detail {
+template <class T>
+auto formatArg(T const& v) {
+   if constexpr (std::is_convertible_v<T const&, std::string const&>) {
+      return static_cast<std::string const&>(v).c_str();
+   } else {
+      return v;
+   }
+}
+}  // namespace detail
+
+// printf-style formatting into a string; std::string arguments stand for %s.
+template <class... A>
+std::string format(char const* fmt, A const&... args) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+   int n = std::snprintf(nullptr, 0, fmt, detail::formatArg(args)...);
+   if (n <= 0) {
+      return std::string();
+   }
+   std::string out(static_cast<std::size_t>(n), '\0');
+   std::snprintf(out.data(), out.size() + 1, fmt, detail::formatArg(args)...);
+#pragma GCC diagnostic pop
+   return out;
+}
+
+}  // namespace Kiv

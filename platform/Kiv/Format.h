@@ -9,8 +9,10 @@ namespace Kiv {
 namespace detail {
 template <class T>
 auto formatArg(T const& v) {
-   if constexpr (std::is_convertible_v<T const&, std::string const&>) {
+   if constexpr (std::is_base_of_v<std::string, T>) {
       return static_cast<std::string const&>(v).c_str();
+   } else if constexpr (std::is_array_v<T>) {
+      return static_cast<std::decay_t<T>>(v);
    } else {
       return v;
    }

@@ -1,5 +1,7 @@
 #include "Nimbal/QosAclHelper.h"
 
+#include <optional>
+
 namespace Nimbal {
 
 QosAclHelper::QosAclHelper(
@@ -124,6 +126,47 @@ void QosAclHelper::verifyRulePortsForUnit(Kiv::Ptr<Oskel::QosPolicyMapState> con
                                           Qos::ClassMapMatchOption, Oskel::AclKey const&, U32,
                                           U32, U32, U32, U32, Acl::Action) {
    baseCallIs("QosAclHelper::verifyRulePortsForUnit");
+}
+
+Kiv::String QosAclHelper::cpuQIdToClassMapName(U32 cpuQId) {
+   if (!mmuSm_) {
+      return "";
+   }
+   Kiv::Ptr<MmuCpuQ> cpuQ = mmuSm_->cpuQColl()->cpuQ(cpuQId);
+   if (!cpuQ) {
+      return "";
+   }
+   return cpuQ->cmapName().empty() ? cpuQ->name() : cpuQ->cmapName();
+}
+
+Kiv::String QosAclHelper::portToIntfName(U32 modId, U32 port) {
+   if (!scsd_ || modId > ModId::null || port > NimbalTypes::NimbalPort::defaultPort) {
+      return "";
+   }
+   std::optional<U16> unit = scsd_->nimbalModIdToUnitCol().value(static_cast<U16>(modId));
+   if (!unit) {
+      return "";
+   }
+   NimbalTypes::NimbalPort const sp(static_cast<U16>(modId), *unit, static_cast<U16>(port));
+   Orvik::IntfId intf = scsd_->nimbalPortToIntf(sp);
+   if (intf.empty()) {
+      intf = scsd_->nimbalFabricPortToIntf(sp);
+   }
+   return intf.stringValue();
+}
+
+void QosAclHelper::verifyPolicerActions(U32, U32, Kiv::Ptr<Oskel::QosClassData> const&) {
+   baseCallIs("QosAclHelper::verifyPolicerActions");
+}
+
+Kiv::String QosAclHelper::getAclDesc(Oskel::AclKey const& aclKey,
+                                     Kiv::Ptr<Oskel::QosPolicyMapState> const& pmapState,
+                                     U32 seqNo) const {
+   Kiv::String desc;
+   if (pmapState) {
+      desc = pmapState->name() + "/";
+   }
+   return desc + aclKey.aclName() + " seq " + std::to_string(seqNo);
 }
 
 }  // namespace Nimbal

@@ -126,6 +126,16 @@ class QosAclHelper : public Kiv::Entity {
                                        Qos::ClassMapMatchOption matchOption,
                                        Oskel::AclKey const& aclKey, U32 unit, U32 entry,
                                        U32 seqNo, U32 aclType, U32 groupId, Acl::Action action);
+   // Names for messages: the class map that holds a CPU queue (the queue's display name when
+   // none does), and the interface of a chip port (empty when the port is unknown).
+   virtual Kiv::String cpuQIdToClassMapName(U32 cpuQId);
+   virtual Kiv::String portToIntfName(U32 modId, U32 port);
+
+   // Checks the actions of a programmed policy entry against its class.
+   void verifyPolicerActions(U32 unit, U32 entry, Kiv::Ptr<Oskel::QosClassData> const& classData);
+   // A rule as an operator names it: "<policy map>/<ACL> seq <sequence number>".
+   Kiv::String getAclDesc(Oskel::AclKey const& aclKey,
+                          Kiv::Ptr<Oskel::QosPolicyMapState> const& pmapState, U32 seqNo) const;
 
    // The agent's generic implementations that ran, by name, in order.
    std::vector<std::string> const& baseCalls() const { return baseCalls_; }

@@ -53,4 +53,23 @@ U32 QosTcamAclHelper::getFeatureGroupType(Kiv::Ptr<Oskel::AclData> const&,
    return 7;
 }
 
+Kiv::Ptr<NimbalTcam::RequestConfig> QosTcamAclHelper::requestConfig(
+   Oskel::QosClassDataKey const& classKey, Oskel::AclKey const& aclKey, U32 unit) const {
+   Kiv::Ptr<NimbalTcam::ClassRequestTable> classTable = classRequestTable(classKey);
+   if (!classTable) {
+      return nullptr;
+   }
+   Kiv::Ptr<NimbalTcam::AclRequestTable> aclTable = classTable->aclRequestTable(aclKey);
+   if (!aclTable) {
+      return nullptr;
+   }
+   return aclTable->requestConfig(unit);
+}
+
+void QosTcamAclHelper::requestConfigIs(Oskel::QosClassDataKey const& classKey,
+                                       Oskel::AclKey const& aclKey, U32 unit,
+                                       Kiv::Ptr<NimbalTcam::RequestConfig> const& config) {
+   classRequestTableIs(classKey)->aclRequestTableIs(aclKey)->requestConfigIs(unit, config);
+}
+
 }  // namespace Nimbal

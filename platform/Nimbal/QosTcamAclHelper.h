@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Nimbal/QosAclHelper.h"
+#include "NimbalTcam/RequestConfig.h"
 
 namespace Nimbal {
 
@@ -35,6 +36,17 @@ class QosTcamAclHelper : public virtual QosAclHelper {
    // The TCAM agent's feature group of an ACL.
    virtual U32 getFeatureGroupType(Kiv::Ptr<Oskel::AclData> const& aclData,
                                    Kiv::Ptr<Oskel::QosClassData> const& classData);
+
+   // The requests made for the TCAM agent: class key, then ACL key, then unit.
+   KIV_RECORD_COLLECTION(Oskel::QosClassDataKey, NimbalTcam::ClassRequestTable, classRequestTable)
+
+  public:
+   // The request of one entry, or null when any level of the tables lacks it.
+   Kiv::Ptr<NimbalTcam::RequestConfig> requestConfig(Oskel::QosClassDataKey const& classKey,
+                                                     Oskel::AclKey const& aclKey, U32 unit) const;
+   // Files a request, creating the levels of the tables as needed.
+   void requestConfigIs(Oskel::QosClassDataKey const& classKey, Oskel::AclKey const& aclKey,
+                        U32 unit, Kiv::Ptr<NimbalTcam::RequestConfig> const& config);
 };
 
 }  // namespace Nimbal

@@ -12,7 +12,7 @@ auto formatArg(T const& v) {
    if constexpr (std::is_base_of_v<std::string, T>) {
       return static_cast<std::string const&>(v).c_str();
    } else if constexpr (std::is_array_v<T>) {
-      return static_cast<std::decay_t<T>>(v);
+      return static_cast<std::decay_t<T const>>(v);
    } else {
       return v;
    }

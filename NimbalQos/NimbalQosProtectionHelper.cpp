@@ -1,0 +1,237 @@
+#include "NimbalQos/NimbalQosProtectionHelper.h"
+
+#include "Kiv/Assert.h"
+#include "Kiv/Trace.h"
+#include "Kiv/Type.h"
+#include "NimbalQos/NimbalQosAttributeText.h"
+#include "NimbalQos/NimbalQosSharedHelper.h"
+
+namespace Nimbal {
+
+namespace {
+
+// Field-processor groups of the ingress CoPP entries.
+constexpr U32 policyCoppIpGroupId = 34;
+constexpr U32 policyCoppIp6GroupId = 38;
+
+template <class T>
+Kiv::String entryMgrText(Kiv::Ptr<T> const& entryMgr) {
+   return entryMgr ? "group " + std::to_string(entryMgr->groupId()) : "null";
+}
+
+}  // namespace
+
+QosAclHelperV1::QosAclHelperV1(
+    Kiv::Ptr<Qos::Status const> const& qosStatus,
+    Kiv::Ptr<Qos::AclSliceHwStatus> const& qosAclSliceHwStatus,
+    Kiv::Ptr<Acl::Config const> const& mainAclConfig, Kiv::Ptr<MmuConfigSm> const& mmuSm,
+    Kiv::Ptr<NimbalCommonSmData> const& scsd,
+    Kiv::Ptr<NimbalTcamGroupManager> const& tcamGroupManager, Kiv::Ptr<PktDrv> const& pktDrv,
+    Kiv::Ptr<NimbalCentral::AclHwStatus const> const& aclHwStatus,
+    Kiv::Ptr<NimbalVlanTopo::VlanTopoSliceStatus> const& vlanTopoSliceStatus,
+    Kiv::Ptr<NimbalCentral::NimbalMiscConfig const> const& scMiscConfig,
+    Kiv::Ptr<NimbalL3::RoutingStatus const> const& routingStatus,
+    Kiv::Ptr<NimbalCentral::VxlanSliceConfig const> const& vxlanSliceConfig, U32 unit,
+    Kiv::Ptr<Qos::AclHwStatus const> const& qosAclHwStatus,
+    Kiv::Ptr<Oskel::KernelCoPPConfig> const& kernelCoppConfig)
+    : QosAclHelper(qosStatus, qosAclSliceHwStatus, mainAclConfig, mmuSm, scsd, tcamGroupManager,
+                   pktDrv, aclHwStatus, vlanTopoSliceStatus, scMiscConfig, routingStatus,
+                   vxlanSliceConfig, unit, qosAclHwStatus),
+      kernelCoppConfig_(kernelCoppConfig),
+      policyCoppIpEntryMgr_(nullptr),
+      policyCoppIp6EntryMgr_(nullptr),
+      efpCoppEntryMgr_(nullptr),
+      efpCoppDefAndVxlanEntryMgr_(nullptr),
+      qosIntfCoppSm_(nullptr),
+      createCoppPolicerAlwaysFalse_(false) {}
+
+QosAclHelperV1::~QosAclHelperV1() {
+   // Records go one by one so that their observers see them leave; hardware stays as it is.
+   coppIntfPolicerDataDelAll();
+   kernelDynamicCoppDataDelAll();
+   kernelDynamicCoppVxlanDataDelAll();
+   userCoppDataDelAll();
+   coppIntfCounterDataDelAll();
+   Kiv::Ptr<QosIntfCoppSm> sm = qosIntfCoppSmDel();
+   sm = nullptr;
+   // The maps of values are dropped whole with the members, in reverse order of declaration,
+   // then the entry managers and kernelCoppConfig.
+}
+
+Kiv::TypeDesc const* QosAclHelperV1::fwkType() const {
+   return fwkTypeDesc();
+}
+
+Kiv::TypeDesc const* QosAclHelperV1::fwkTypeDesc() {
+   using T = QosAclHelperV1;
+   static Kiv::TypeDesc const desc = [] {
+      Kiv::TypeDesc d("Nimbal::QosAclHelperV1", Kiv::entityTypeDesc());
+      auto readOnly = [&d](char const* name, auto get) {
+         d.attributeIs(name,
+                       [get](Kiv::Entity const& e) { return get(dynamic_cast<T const&>(e)); });
+      };
+      readOnly("kernelCoppConfig", [](T const& h) { return attributeText(h.kernelCoppConfig()); });
+      readOnly("policyCoppIpEntryMgr",
+               [](T const& h) { return entryMgrText(h.policyCoppIpEntryMgr()); });
+      readOnly("policyCoppIp6EntryMgr",
+               [](T const& h) { return entryMgrText(h.policyCoppIp6EntryMgr()); });
+      readOnly("efpCoppEntryMgr", [](T const& h) { return entryMgrText(h.efpCoppEntryMgr()); });
+      readOnly("efpCoppDefAndVxlanEntryMgr",
+               [](T const& h) { return entryMgrText(h.efpCoppDefAndVxlanEntryMgr()); });
+      readOnly("portDefaultCoppPolicerHwData",
+               [](T const& h) { return collectionText(h.portDefaultCoppPolicerHwDataCol()); });
+      readOnly("coppIntfPolicerData",
+               [](T const& h) { return collectionText(h.coppIntfPolicerDataCol()); });
+      readOnly("kernelDynamicCoppData",
+               [](T const& h) { return collectionText(h.kernelDynamicCoppDataCol()); });
+      readOnly("kernelDynamicCoppVxlanData",
+               [](T const& h) { return collectionText(h.kernelDynamicCoppVxlanDataCol()); });
+      readOnly("portDefaultCoppPolicerVxlanHwData",
+               [](T const& h) { return collectionText(h.portDefaultCoppPolicerVxlanHwDataCol()); });
+      readOnly("coppVxlanDynEntryInUse",
+               [](T const& h) { return collectionText(h.coppVxlanDynEntryInUseCol()); });
+      readOnly("coppVxlanDynEntryOffset",
+               [](T const&) { return Kiv::toString(U32{T::coppVxlanDynEntryOffset}); });
+      readOnly("coppVxlanDynEntryMax",
+               [](T const&) { return Kiv::toString(U32{T::coppVxlanDynEntryMax}); });
+      readOnly("coppVxlanDefaultOffset",
+               [](T const&) { return Kiv::toString(U32{T::coppVxlanDefaultOffset}); });
+      readOnly("coppVxlanDynEntryInvalid",
+               [](T const&) { return Kiv::toString(U32{T::coppVxlanDynEntryInvalid}); });
+      readOnly("userCoppData", [](T const& h) { return collectionText(h.userCoppDataCol()); });
+      readOnly("lastClearCoppSwCounter",
+               [](T const& h) { return collectionText(h.lastClearCoppSwCounterCol()); });
+      readOnly("lastClearCoppSwCfgCounter",
+               [](T const& h) { return collectionText(h.lastClearCoppSwCfgCounterCol()); });
+      readOnly("coppIntfCounterData",
+               [](T const& h) { return collectionText(h.coppIntfCounterDataCol()); });
+      readOnly("qosIntfCoppSm", [](T const& h) { return attributeText(h.qosIntfCoppSm()); });
+      Kiv::attributeIs<T, bool>(
+          d, "createCoppPolicerAlwaysFalse",
+          [](T const& h) { return h.createCoppPolicerAlwaysFalse(); },
+          [](T& h, bool v) { h.createCoppPolicerAlwaysFalseIs(v); });
+
+      // What the agent's CLI reaches by name.
+      Kiv::operationIs<T>(d, "initEfpCoppDefault", 0, [](T& h, std::vector<Kiv::String> const&) {
+         h.initEfpCoppDefault();
+         return Kiv::String();
+      });
+      Kiv::operationIs<T>(
+          d, "clearPortDefaultCoppPolicerPktHits", 2, [](T& h, std::vector<Kiv::String> const& a) {
+             h.clearPortDefaultCoppPolicerPktHits(Kiv::fromString<U16>(a[0]), Orvik::IntfId(a[1]));
+             return Kiv::String();
+          });
+      // The port travels as its module id, unit and logical port.
+      Kiv::operationIs<T>(d, "clearIntfQueueCoppPolicerPktHits", 4,
+                          [](T& h, std::vector<Kiv::String> const& a) {
+                             NimbalTypes::NimbalPort const port(Kiv::fromString<U16>(a[0]),
+                                                                Kiv::fromString<U16>(a[1]),
+                                                                Kiv::fromString<U16>(a[2]));
+                             h.clearIntfQueueCoppPolicerPktHits(port, Kiv::fromString<U32>(a[3]));
+                             return Kiv::String();
+                          });
+      Kiv::operationIs<T>(d, "clearIntfCoppCounters", 0, [](T& h, std::vector<Kiv::String> const&) {
+         h.clearIntfCoppCounters();
+         return Kiv::String();
+      });
+      Kiv::operationIs<T>(d, "showCpuIntfCoppQueueCounters", 1,
+                          [](T& h, std::vector<Kiv::String> const& a) {
+                             h.showCpuIntfCoppQueueCounters(Kiv::fromString<U32>(a[0]));
+                             return Kiv::String();
+                          });
+      return d;
+   }();
+   return &desc;
+}
+
+void QosAclHelperV1::hwInit() {
+   KIV_TRACE(defaultTraceHandle(), 1,
+             "QosHelperV1::"
+                 << "hwInit");
+   QosAclHelper::hwInit();
+
+   auto entryMgrOfGroup = [this](U32 groupId) {
+      Kiv::Ptr<NimbalTcamGroupManager> const groupMgr = tcamGroupManager();
+      return groupMgr ? Kiv::ptr_cast<NimbalUnboundedTcamEntryManager>(groupMgr->entryMgr(groupId))
+                      : Kiv::Ptr<NimbalUnboundedTcamEntryManager>();
+   };
+   policyCoppIpEntryMgrIs(entryMgrOfGroup(policyCoppIpGroupId));
+   KIV_ASSERT(policyCoppIpEntryMgr());
+   policyCoppIp6EntryMgrIs(entryMgrOfGroup(policyCoppIp6GroupId));
+   KIV_ASSERT(policyCoppIp6EntryMgr());
+
+   pmapAclTypeSmIs(PmapAclTypeKey(0, 0, false), policyCoppIpEntryMgr());
+   pmapAclTypeSmIs(PmapAclTypeKey(1, 0, false), policyCoppIp6EntryMgr());
+}
+
+void QosAclHelperV1::initEfpCoppDefault() {
+   // The agent makes the per-port default entries itself on this platform.
+}
+
+void QosAclHelperV1::policyCoppIpEntryMgrIs(
+    Kiv::Ptr<NimbalUnboundedTcamEntryManager> const& entryMgr) {
+   if (entryMgr == policyCoppIpEntryMgr_) {
+      return;
+   }
+   policyCoppIpEntryMgr_ = entryMgr;
+   notify("policyCoppIpEntryMgr");
+}
+
+void QosAclHelperV1::policyCoppIp6EntryMgrIs(
+    Kiv::Ptr<NimbalUnboundedTcamEntryManager> const& entryMgr) {
+   if (entryMgr == policyCoppIp6EntryMgr_) {
+      return;
+   }
+   policyCoppIp6EntryMgr_ = entryMgr;
+   notify("policyCoppIp6EntryMgr");
+}
+
+void QosAclHelperV1::efpCoppEntryMgrIs(Kiv::Ptr<NimbalUnboundedTcamEntryManager> const& entryMgr) {
+   if (entryMgr == efpCoppEntryMgr_) {
+      return;
+   }
+   efpCoppEntryMgr_ = entryMgr;
+   notify("efpCoppEntryMgr");
+}
+
+void QosAclHelperV1::efpCoppDefAndVxlanEntryMgrIs(
+    Kiv::Ptr<NimbalBoundedTcamEntryManager> const& entryMgr) {
+   if (entryMgr == efpCoppDefAndVxlanEntryMgr_) {
+      return;
+   }
+   efpCoppDefAndVxlanEntryMgr_ = entryMgr;
+   notify("efpCoppDefAndVxlanEntryMgr");
+}
+
+Kiv::Ptr<QosIntfCoppSm> QosAclHelperV1::qosIntfCoppSmIs(
+    Kiv::Ptr<NimbalCommonSmData const> const& scsd, QosAclHelperV1* qosAclHelper) {
+   if (qosIntfCoppSm_ && qosIntfCoppSm_->scsd() == scsd &&
+       qosIntfCoppSm_->qosAclHelper() == qosAclHelper) {
+      return qosIntfCoppSm_;
+   }
+   Kiv::Ptr<QosIntfCoppSm> const sm = QosIntfCoppSm::QosIntfCoppSmIs(scsd, qosAclHelper);
+   qosIntfCoppSm_ = sm;
+   notify("qosIntfCoppSm");
+   return sm;
+}
+
+Kiv::Ptr<QosIntfCoppSm> QosAclHelperV1::qosIntfCoppSmDel() {
+   Kiv::Ptr<QosIntfCoppSm> sm = qosIntfCoppSm_;
+   qosIntfCoppSm_ = nullptr;
+   if (sm) {
+      notify("qosIntfCoppSm");
+      // The caller's handle is the last one: nobody hears from the machine again.
+      sm->hasNotificationActiveIs(false);
+   }
+   return sm;
+}
+
+void QosAclHelperV1::createCoppPolicerAlwaysFalseIs(bool createCoppPolicerAlwaysFalse) {
+   if (createCoppPolicerAlwaysFalse == createCoppPolicerAlwaysFalse_) {
+      return;
+   }
+   createCoppPolicerAlwaysFalse_ = createCoppPolicerAlwaysFalse;
+   notify("createCoppPolicerAlwaysFalse");
+}
+
+}  // namespace Nimbal

@@ -1,0 +1,264 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "Kiv/Clock.h"
+#include "Kiv/Type.h"
+#include "NimbalCentral/ChipInfo.h"
+#include "unit/CoppHelperFixture.h"
+
+namespace {
+
+using CoppTest::AttributeSpy;
+using CoppTest::CoppPlatform;
+using CoppTest::TraceCapture;
+
+// The machine drives the helper only on chips that need the VXLAN source-port workaround, so
+// that is the chip here; the helper's operations trace what they were asked.
+class IntfCoppSm : public ::testing::Test {
+  protected:
+   void SetUp() override {
+      NimbalCentral::nimbalAttributes().vxlanCoppSrcPortWorkAroundNeededIs(true);
+      helper = platform.helper();
+   }
+   void TearDown() override {
+      if (helper) {
+         helper->qosIntfCoppSmDel();
+      }
+      NimbalCentral::nimbalAttributes().vxlanCoppSrcPortWorkAroundNeededIs(false);
+   }
+
+   Kiv::Ptr<Nimbal::QosIntfCoppSm> machine() {
+      return helper->qosIntfCoppSmIs(platform.scsd, helper.ptr());
+   }
+
+   static std::size_t count(std::vector<std::string> const& lines, std::string const& text) {
+      return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), text));
+   }
+
+   double now() const { return Kiv::activityClock()->now(); }
+
+   CoppPlatform platform;
+   Kiv::Ptr<Nimbal::QosAclHelperV1> helper;
+   TraceCapture traces{{"NimbalQosSm"}, 4};
+};
+
+TEST_F(IntfCoppSm, ConstructionInitialisesAndSynchronisesOnce) {
+   platform.scsd->vxlanEnabledIs(true);
+   auto sm = machine();
+   EXPECT_TRUE(sm->initialized());
+   EXPECT_FALSE(sm->vxlanEntryExhausted());
+   ASSERT_NE(sm->vxlanEntryRetryTimer(), nullptr);
+   EXPECT_EQ(sm->vxlanEntryRetryTimer()->timeMin(), Kiv::never);
+   // The reactors' first calls come before initialisation and program nothing.
+   EXPECT_EQ(
+       traces.texts(),
+       std::vector<std::string>(
+           {"QosIntfCoppSm::handleVxlanEnabled vxlan enabled: 1",
+            "QosIntfCoppSm::handleVxlanEntryRetryTimer", "QosIntfCoppSm::handleInitialized",
+            "QosIntfCoppSm::handleVxlanEnabled vxlan enabled: 1",
+            "syncCoppVxlanEntries vxlan enabled: 1", "QosIntfCoppSm::handleVxlanRecircIntf"}));
+}
+
+TEST_F(IntfCoppSm, ExistingRecirculationInterfacesAreHandledAtInitialisation) {
+   platform.scsd->vxlanRecircIntfIs("Ethernet1", true);
+   platform.scsd->vxlanRecircIntfIs("Ethernet2", false);
+   machine();
+   auto const lines = traces.texts();
+   EXPECT_EQ(count(lines, "QosIntfCoppSm::handleVxlanRecircIntf intf: Ethernet1"), 1u);
+   EXPECT_EQ(count(lines, "updateIntfCoppOnVxlanRecircIntfEnabled intf: Ethernet1 enabled: 1"), 1u);
+   EXPECT_EQ(count(lines, "updateIntfCoppOnVxlanRecircIntfEnabled intf: Ethernet2 enabled: 0"), 1u);
+}
+
+TEST_F(IntfCoppSm, VxlanEnabledChangeSynchronisesTheEntries) {
+   machine();
+   traces.clear();
+   platform.scsd->vxlanEnabledIs(true);
+   platform.scsd->vxlanEnabledIs(false);
+   EXPECT_EQ(traces.texts(),
+             std::vector<std::string>({"QosIntfCoppSm::handleVxlanEnabled vxlan enabled: 1",
+                                       "syncCoppVxlanEntries vxlan enabled: 1",
+                                       "QosIntfCoppSm::handleVxlanEnabled vxlan enabled: 0",
+                                       "syncCoppVxlanEntries vxlan enabled: 0"}));
+}
+
+TEST_F(IntfCoppSm, RecirculationChangesUpdateThePortDefaultEntry) {
+   machine();
+   traces.clear();
+   platform.scsd->vxlanRecircIntfIs("Ethernet3", true);
+   platform.scsd->vxlanRecircIntfIs("Ethernet3", false);
+   EXPECT_EQ(traces.texts(),
+             std::vector<std::string>(
+                 {"QosIntfCoppSm::handleVxlanRecircIntf intf: Ethernet3",
+                  "updateIntfCoppOnVxlanRecircIntfEnabled intf: Ethernet3 enabled: 1",
+                  "QosIntfCoppSm::handleVxlanRecircIntf intf: Ethernet3",
+                  "updateIntfCoppOnVxlanRecircIntfEnabled intf: Ethernet3 enabled: 0"}));
+}
+
+TEST_F(IntfCoppSm, InterfaceRemovedFromRecirculationIsHandledAsDisabled) {
+   platform.scsd->vxlanRecircIntfIs("Ethernet4", true);
+   machine();
+   traces.clear();
+   platform.scsd->vxlanRecircIntfDel("Ethernet4");
+   EXPECT_EQ(traces.texts(),
+             std::vector<std::string>(
+                 {"QosIntfCoppSm::handleVxlanRecircIntf intf: Ethernet4",
+                  "updateIntfCoppOnVxlanRecircIntfEnabled intf: Ethernet4 enabled: 0"}));
+}
+
+TEST_F(IntfCoppSm, ExhaustionArmsTheTimerOnceAMinuteAfterTheFirstFailure) {
+   auto sm = machine();
+   double const firstFailure = now();
+   sm->vxlanEntryExhaustedIs(true);
+   EXPECT_EQ(sm->vxlanEntryRetryTimer()->timeMin(), firstFailure + 60.0);
+   Kiv::activityClock()->advance(10.0);
+   sm->vxlanEntryExhaustedIs(true);
+   // A later failure of the same pass, with the flag briefly down, does not push it back.
+   sm->vxlanEntryExhaustedIs(false);
+   sm->vxlanEntryExhaustedIs(true);
+   EXPECT_EQ(sm->vxlanEntryRetryTimer()->timeMin(), firstFailure + 60.0);
+   EXPECT_EQ(count(traces.texts(), "QosIntfCoppSm::handleVxlanEntryExhausted entry exhausted: 1"),
+             2u);
+   EXPECT_EQ(count(traces.texts(), "QosIntfCoppSm::handleVxlanEntryExhausted entry exhausted: 0"),
+             1u);
+}
+
+TEST_F(IntfCoppSm, TimerClearsTheFlagAndRetries) {
+   auto sm = machine();
+   sm->vxlanEntryExhaustedIs(true);
+   traces.clear();
+   Kiv::activityClock()->advance(59.0);
+   EXPECT_TRUE(traces.lines().empty());
+   Kiv::activityClock()->advance(1.0);
+   EXPECT_FALSE(sm->vxlanEntryExhausted());
+   EXPECT_EQ(sm->vxlanEntryRetryTimer()->timeMin(), Kiv::never);
+   EXPECT_EQ(traces.texts(), std::vector<std::string>(
+                                 {"QosIntfCoppSm::handleVxlanEntryRetryTimer",
+                                  "QosIntfCoppSm::handleVxlanEntryExhausted entry exhausted: 0",
+                                  "syncCoppVxlanEntries vxlan enabled: 0"}));
+   traces.clear();
+   Kiv::activityClock()->advance(120.0);
+   EXPECT_TRUE(traces.lines().empty());
+}
+
+TEST_F(IntfCoppSm, FailureAfterARetryArmsTheTimerAgain) {
+   auto sm = machine();
+   sm->vxlanEntryExhaustedIs(true);
+   Kiv::activityClock()->advance(60.0);
+   double const retry = now();
+   sm->vxlanEntryExhaustedIs(true);
+   EXPECT_EQ(sm->vxlanEntryRetryTimer()->timeMin(), retry + 60.0);
+}
+
+TEST_F(IntfCoppSm, NothingIsProgrammedBeforeInitialisation) {
+   auto sm = machine();
+   sm->vxlanEntryExhaustedIs(true);
+   sm->initializedIs(false);
+   traces.clear();
+   platform.scsd->vxlanEnabledIs(true);
+   platform.scsd->vxlanRecircIntfIs("Ethernet1", true);
+   Kiv::activityClock()->advance(60.0);
+   EXPECT_EQ(traces.texts(),
+             std::vector<std::string>({"QosIntfCoppSm::handleVxlanEnabled vxlan enabled: 1",
+                                       "QosIntfCoppSm::handleVxlanRecircIntf intf: Ethernet1",
+                                       "QosIntfCoppSm::handleVxlanEntryRetryTimer"}));
+   EXPECT_TRUE(sm->vxlanEntryExhausted());
+}
+
+TEST_F(IntfCoppSm, NullSharedStateGivesNoReactorAndAnEmptyRecirculationPass) {
+   platform.scsd->vxlanRecircIntfIs("Ethernet1", true);
+   auto sm = helper->qosIntfCoppSmIs(nullptr, helper.ptr());
+   EXPECT_FALSE(sm->scsd());
+   EXPECT_FALSE(platform.scsd->hasObservers());
+   EXPECT_EQ(
+       traces.texts(),
+       std::vector<std::string>(
+           {"QosIntfCoppSm::handleVxlanEntryRetryTimer", "QosIntfCoppSm::handleInitialized",
+            "QosIntfCoppSm::handleVxlanEnabled vxlan enabled: 0",
+            "syncCoppVxlanEntries vxlan enabled: 0", "QosIntfCoppSm::handleVxlanRecircIntf"}));
+   traces.clear();
+   platform.scsd->vxlanEnabledIs(true);
+   EXPECT_TRUE(traces.lines().empty());
+}
+
+TEST_F(IntfCoppSm, WithoutTheWorkaroundTheHelperProgramsNothing) {
+   NimbalCentral::nimbalAttributes().vxlanCoppSrcPortWorkAroundNeededIs(false);
+   EXPECT_FALSE(helper->vxlanCoppSrcPortWorkAroundNeeded());
+   platform.scsd->vxlanRecircIntfIs("Ethernet1", true);
+   machine();
+   platform.scsd->vxlanEnabledIs(true);
+   for (auto const& line : traces.texts()) {
+      EXPECT_EQ(line.rfind("QosIntfCoppSm::", 0), 0u) << line;
+   }
+   NimbalCentral::nimbalAttributes().vxlanCoppSrcPortWorkAroundNeededIs(true);
+   EXPECT_TRUE(helper->vxlanCoppSrcPortWorkAroundNeeded());
+}
+
+TEST_F(IntfCoppSm, DetachedMachineNotifiesNobody) {
+   auto sm = machine();
+   auto removed = helper->qosIntfCoppSmDel();
+   AttributeSpy spy(removed.ptr());
+   removed->vxlanEntryExhaustedIs(true);
+   removed->initializedIs(false);
+   EXPECT_FALSE(removed->hasNotificationActive());
+   EXPECT_TRUE(spy.events().empty());
+}
+
+TEST_F(IntfCoppSm, SettersNotifyTheMachinesObserversOnChange) {
+   auto sm = machine();
+   AttributeSpy spy(sm.ptr());
+   sm->vxlanEntryExhaustedIs(false);
+   sm->initializedIs(true);
+   EXPECT_TRUE(spy.events().empty());
+   sm->vxlanEntryExhaustedIs(true);
+   sm->initializedIs(false);
+   EXPECT_EQ(spy.attrs(), std::vector<std::string>({"vxlanEntryExhausted", "initialized"}));
+}
+
+TEST_F(IntfCoppSm, DeletersReleaseTheReactors) {
+   auto sm = machine();
+   sm->scsdDel();
+   EXPECT_FALSE(sm->scsd());
+   EXPECT_FALSE(platform.scsd->hasObservers());
+   sm->vxlanEntryRetryTimerDel();
+   EXPECT_EQ(sm->vxlanEntryRetryTimer(), nullptr);
+   // With no timer, exhaustion arms nothing and time passes without a retry.
+   sm->vxlanEntryExhaustedIs(true);
+   traces.clear();
+   Kiv::activityClock()->advance(60.0);
+   EXPECT_TRUE(traces.lines().empty());
+   EXPECT_TRUE(sm->vxlanEntryExhausted());
+}
+
+TEST_F(IntfCoppSm, InactiveTimerDoesNotFire) {
+   auto sm = machine();
+   sm->vxlanEntryExhaustedIs(true);
+   sm->vxlanEntryRetryTimer()->isActiveIs(false);
+   traces.clear();
+   Kiv::activityClock()->advance(60.0);
+   EXPECT_TRUE(traces.lines().empty());
+   EXPECT_TRUE(sm->vxlanEntryExhausted());
+}
+
+TEST_F(IntfCoppSm, AttributesByName) {
+   auto sm = machine();
+   EXPECT_EQ(sm->fwkType()->fullName(), "Nimbal::QosIntfCoppSm");
+   EXPECT_EQ(sm->fwkType()->attributeNames(),
+             std::vector<std::string>({"scsd", "qosAclHelper", "vxlanEntryRetryTimer",
+                                       "vxlanEntryExhausted", "initialized"}));
+   EXPECT_EQ(Kiv::attributeValue(*sm, "scsd"), "set");
+   EXPECT_EQ(Kiv::attributeValue(*sm, "qosAclHelper"), "set");
+   EXPECT_EQ(Kiv::attributeValue(*sm, "vxlanEntryRetryTimer"), "never");
+   EXPECT_EQ(Kiv::attributeValue(*sm, "initialized"), "true");
+   double const armedAt = now() + 60.0;
+   Kiv::attributeValueIs(*sm, "vxlanEntryExhausted", "true");
+   EXPECT_TRUE(sm->vxlanEntryExhausted());
+   EXPECT_EQ(sm->vxlanEntryRetryTimer()->timeMin(), armedAt);
+   EXPECT_EQ(Kiv::attributeValue(*sm, "vxlanEntryRetryTimer"), Kiv::toString(armedAt));
+   EXPECT_THROW(Kiv::attributeValueIs(*sm, "scsd", "null"), std::invalid_argument);
+   EXPECT_EQ(Kiv::attributeValue(*helper, "qosIntfCoppSm"), "set");
+}
+
+}  // namespace

@@ -1,5 +1,9 @@
 #include "NimbalQos/NimbalQosTcamProtectionHelper.h"
 
+#include "Kiv/Assert.h"
+#include "Kiv/Trace.h"
+#include "NimbalQos/NimbalQosSharedHelper.h"
+
 namespace Nimbal {
 
 QosTcamAclHelperV1::QosTcamAclHelperV1(
@@ -54,17 +58,46 @@ void QosTcamAclHelperV1::hwInit() {
    QosTcamAclHelper::hwInit();
 }
 
-// Built with the TCAM agent's interface groups; the TCAM base's behaviour meanwhile.
 void QosTcamAclHelperV1::setEntryPorts(Kiv::Ptr<Oskel::QosPolicyMapState> const& pmapState,
                                        Kiv::Ptr<Oskel::QosClassData> const& classData,
                                        Qos::ClassMapMatchOption matchOption,
                                        Oskel::AclKey const& aclKey, U32 unit, U64 const& entry) {
+   // Only the factory builds this class, and only with the toggle on.
+   KIV_ASSERT(toggleUseTcamAgentForPolicyQosEnabled());
+   KIV_TRACE(tcamDefaultTraceHandle(), 4,
+             "QosTcamAclHelperV1"
+                 << "( " << classData->key() << " )::"
+                 << "setEntryPorts"
+                 << "( " << static_cast<U32>(matchOption) << "," << aclKey.aclType() << " )");
+   // The base filed the request when it created the entry: a missing level is our bug.
+   Kiv::Ptr<NimbalTcam::ClassRequestTable> classRequestTable =
+       QosTcamAclHelper::classRequestTable(classData->key());
+   KIV_ASSERT(classRequestTable);
+   Kiv::Ptr<NimbalTcam::AclRequestTable> aclRequestTable =
+       classRequestTable->aclRequestTable(aclKey);
+   KIV_ASSERT(aclRequestTable);
+   Kiv::Ptr<NimbalTcam::RequestConfig> requestConfig = aclRequestTable->requestConfig(unit);
+   KIV_ASSERT_MSG(requestConfig, "RequestConfig is NULL");
+   KIV_ASSERT(requestConfig->intfGroup());
+   // Policy entries apply to every Ethernet interface, and to the CPU and loopback ports that
+   // the Ethernet set leaves out.
+   Kiv::Ptr<NimbalTcam::IntfGroup> intfGroup = requestConfig->intfGroup();
+   intfGroup->ethernetIs(true);
+   for (auto const& portIntf : scsd()->nimbalCpuPortToIntfCol()) {
+      intfGroup->intfIs(portIntf.second);
+   }
+   for (auto const& portIntf : scsd()->nimbalPortToLoopbackIntfCol()) {
+      intfGroup->intfIs(portIntf.second);
+   }
    QosTcamAclHelper::setEntryPorts(pmapState, classData, matchOption, aclKey, unit, entry);
 }
 
-// Built with the CoPP feature groups; the TCAM base's behaviour meanwhile.
 U32 QosTcamAclHelperV1::getFeatureGroupType(Kiv::Ptr<Oskel::AclData> const& aclData,
                                             Kiv::Ptr<Oskel::QosClassData> const& classData) {
+   if (classData->key().pmapType() == Qos::mapControlPlane_) {
+      // The IPv4 and IPv6 CoPP groups of policyCoppIpEntryMgr and policyCoppIp6EntryMgr.
+      return aclData->aclType() == 0 ? coppIpFeatureGroupType : coppIp6FeatureGroupType;
+   }
    return QosTcamAclHelper::getFeatureGroupType(aclData, classData);
 }
 

@@ -35,7 +35,13 @@ class NIMBAL_QOS_EXPORT QosTcamAclHelperV1 : public QosTcamAclHelper, public Qos
                                                    Oskel::AclKey const& aclKey) override;
    void hwInit() override;
 
-   // The variant's own operations.
+   // The TCAM agent's feature groups of CoPP ACLs, IPv4 and IPv6.
+   static constexpr U32 coppIpFeatureGroupType = 92;
+   static constexpr U32 coppIp6FeatureGroupType = 93;
+
+   // The variant's own operations. setEntryPorts widens the entry's TCAM-agent request to every
+   // Ethernet, CPU and loopback interface before the TCAM base handles it; CoPP ACLs get their
+   // own feature groups.
    void setEntryPorts(Kiv::Ptr<Oskel::QosPolicyMapState> const& pmapState,
                       Kiv::Ptr<Oskel::QosClassData> const& classData,
                       Qos::ClassMapMatchOption matchOption, Oskel::AclKey const& aclKey, U32 unit,

@@ -4,7 +4,9 @@
 #include "Kiv/Trace.h"
 #include "Kiv/Type.h"
 #include "NimbalQos/NimbalQosAttributeText.h"
+#include "NimbalQos/NimbalQosSdkCall.h"
 #include "NimbalQos/NimbalQosSharedHelper.h"
+#include "Shim/Sdk.h"
 
 namespace Nimbal {
 
@@ -232,6 +234,119 @@ void QosAclHelperV1::createCoppPolicerAlwaysFalseIs(bool createCoppPolicerAlways
    }
    createCoppPolicerAlwaysFalse_ = createCoppPolicerAlwaysFalse;
    notify("createCoppPolicerAlwaysFalse");
+}
+
+namespace {
+
+// The port class bit that marks the CPU port: every CoPP entry matches only packets to the CPU.
+constexpr U32 classCpuPort_ = 2;
+// Packet-mode, colour-blind meter: rates in packets per second, bursts in packets.
+constexpr U32 coppPolicerFlags = 0x84;
+constexpr U32 coppPolicerInvalid = 0xFFFFFFFF;
+
+Shim::bcm_policer_config_s coppPolicerConfig(U32 cir, U32 bc) {
+   Shim::bcm_policer_config_s config;
+   ::Shim::sdk_->bcm_policer_config_t_init(&config);
+   config.mode_is(::Shim::sdk_->coppPolicerMode());
+   config.flags_or(coppPolicerFlags);
+   config.ckbits_sec_is(cir);
+   config.ckbits_burst_is(bc);
+   config.pkbits_sec_is(0);
+   config.pkbits_burst_is(0);
+   return config;
+}
+
+// Installs with the SDK's code handed back instead of treating a failure as fatal, so that a
+// missing meter can be told apart.
+int installEntryReturningError(U32 unit, U32 entry,
+                               Kiv::Ptr<NimbalTcamGroupManager> const& groupMgr,
+                               Kiv::Ptr<NimbalTcamEntryManager> const& entryMgr) {
+   KIV_ASSERT(!groupMgr->returnErrorOnInstall());
+   groupMgr->returnErrorOnInstallIs(true);
+   int const rc = entryMgr->installEntry(unit, entry);
+   groupMgr->returnErrorOnInstallIs(false);
+   return rc;
+}
+
+}  // namespace
+
+void setCoppEntryQual(U32 unit, U32 entry, U32 srcPortVal, U32 srcPortMask, U8 cpuQVal, U8 cpuQMask,
+                      U16 innerVlanVal, U16 innerVlanMask) {
+   int const u = static_cast<int>(unit);
+   int const e = static_cast<int>(entry);
+   NIMBAL_SDK_CALL("bcm_field_qualify_InPort( unit, entry, srcPortVal, srcPortMask )",
+                   ::Shim::sdk_->bcm_field_qualify_InPort(u, e, static_cast<int>(srcPortVal),
+                                                          static_cast<int>(srcPortMask)));
+   NIMBAL_SDK_CALL("bcm_field_qualify_CpuQueue( unit, entry, cpuQVal, cpuQMask )",
+                   ::Shim::sdk_->bcm_field_qualify_CpuQueue(u, e, cpuQVal, cpuQMask));
+   NIMBAL_SDK_CALL("bcm_field_qualify_InnerVlanId( unit, entry, innerVlanVal, innerVlanMask )",
+                   ::Shim::sdk_->bcm_field_qualify_InnerVlanId(u, e, innerVlanVal, innerVlanMask));
+   NIMBAL_SDK_CALL(
+       "bcm_field_qualify_InterfaceClassPort( unit, entry, classCpuPort_, classCpuPort_ )",
+       ::Shim::sdk_->bcm_field_qualify_InterfaceClassPort(u, e, classCpuPort_, classCpuPort_));
+}
+
+U32 installCoppPolicer(U32 unit, U32 entry, U32 cir, U32 bc,
+                       Kiv::Ptr<NimbalTcamGroupManager> const& groupMgr,
+                       Kiv::Ptr<NimbalTcamEntryManager> const& entryMgr) {
+   Shim::bcm_policer_config_s const config = coppPolicerConfig(cir, bc);
+   U32 const policer = groupMgr->createPolicer(unit, config);
+   entryMgr->attachPolicer(unit, entry, policer, true);
+   NIMBAL_SDK_CALL(
+       "bcm_field_action_add( unit, entry, bcmFieldActionRpDrop, 0, 0 )",
+       ::Shim::sdk_->bcm_field_action_add(static_cast<int>(unit), static_cast<int>(entry),
+                                          ::Shim::bcmFieldActionRpDrop, 0, 0));
+   int const rc = installEntryReturningError(unit, entry, groupMgr, entryMgr);
+   if (rc == ::Shim::sdk_->QV_BCM_E_RESOURCE()) {
+      KIV_TRACE(defaultTraceHandle(), 4,
+                "installCoppPolicer"
+                    << " : meters exhausted for entry: " << entry << " with policer: " << policer);
+      // The entry stays allocated and qualified; only the meter is undone.
+      entryMgr->attachPolicer(unit, entry, policer, false);
+      groupMgr->removePolicer(unit, policer);
+      return coppPolicerInvalid;
+   }
+   KIV_TRACE(defaultTraceHandle(), 4,
+             "installCoppPolicer"
+                 << " install entry: " << entry << " create policer: " << policer
+                 << " CIR(pps): " << cir << " BC(packet): " << bc);
+   return policer;
+}
+
+U32 updateCoppPolicer(U32 unit, U32 entry, U32 oldPolicer, U32 cir, U32 bc,
+                      Kiv::Ptr<NimbalTcamGroupManager> const& groupMgr,
+                      Kiv::Ptr<NimbalTcamEntryManager> const& entryMgr) {
+   // A meter cannot be changed in place: the entry runs unmetered while it is swapped.
+   Shim::bcm_policer_config_s const config = coppPolicerConfig(cir, bc);
+   entryMgr->attachPolicer(unit, entry, 0, false);
+   entryMgr->installEntry(unit, entry);
+   groupMgr->removePolicer(unit, oldPolicer);
+   U32 const newPolicer = groupMgr->createPolicer(unit, config);
+   entryMgr->attachPolicer(unit, entry, newPolicer, true);
+   int const rc = installEntryReturningError(unit, entry, groupMgr, entryMgr);
+   // The old meter went back first, so there is always one for the new.
+   KIV_ASSERT(rc != ::Shim::sdk_->QV_BCM_E_RESOURCE() &&
+              "Return value for installEntry is BCM_E_RESOURCE");
+   return newPolicer;
+}
+
+void releaseCoppPolicer(U32 unit, U32 entry, U32 policer,
+                        Kiv::Ptr<NimbalTcamGroupManager> const& groupMgr,
+                        Kiv::Ptr<NimbalTcamEntryManager> const& entryMgr) {
+   KIV_TRACE(defaultTraceHandle(), 4,
+             "QosHelper"
+                 << "releaseCoppPolicer"
+                 << " entry : " << entry << " policer: " << policer);
+   // Detached and re-installed before the meter goes, so hardware never points at a freed one.
+   entryMgr->attachPolicer(unit, entry, 0, false);
+   int const rc = installEntryReturningError(unit, entry, groupMgr, entryMgr);
+   KIV_ASSERT(rc != ::Shim::sdk_->QV_BCM_E_RESOURCE() &&
+              "Return value for installEntry is BCM_E_RESOURCE");
+   groupMgr->removePolicer(unit, policer);
+   NIMBAL_SDK_CALL(
+       "bcm_field_entry_remove( unit, entry )",
+       ::Shim::sdk_->bcm_field_entry_remove(static_cast<int>(unit), static_cast<int>(entry)));
+   entryMgr->destroyEntry(unit, entry);
 }
 
 }  // namespace Nimbal

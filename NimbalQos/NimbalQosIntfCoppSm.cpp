@@ -10,6 +10,25 @@
 
 namespace Nimbal {
 
+namespace {
+
+// The machine whose handler is running a pass of its helper's VXLAN programming.
+QosIntfCoppSm* drivingMachine = nullptr;
+
+// Marks a machine as the one driving its helper for the length of a pass; passes may nest.
+class DrivingScope {
+  public:
+   explicit DrivingScope(QosIntfCoppSm* sm) : previous_(drivingMachine) { drivingMachine = sm; }
+   ~DrivingScope() { drivingMachine = previous_; }
+   DrivingScope(DrivingScope const&) = delete;
+   DrivingScope& operator=(DrivingScope const&) = delete;
+
+  private:
+   QosIntfCoppSm* previous_;
+};
+
+}  // namespace
+
 // Reactors
 
 void QosIntfCoppSm::KivScsd::onAttribute(Kiv::AttrId attr) {
@@ -102,6 +121,13 @@ Kiv::TypeDesc const* QosIntfCoppSm::fwkTypeDesc() {
    return &desc;
 }
 
+QosIntfCoppSm* QosIntfCoppSm::machineOf(QosAclHelperV1 const& qosAclHelper) {
+   if (drivingMachine && drivingMachine->qosAclHelper() == &qosAclHelper) {
+      return drivingMachine;
+   }
+   return qosAclHelper.qosIntfCoppSm().ptr();
+}
+
 Kiv::Ptr<NimbalCommonSmData const> QosIntfCoppSm::scsd() const {
    return scsd_ ? scsd_->notifier() : Kiv::Ptr<NimbalCommonSmData const>();
 }
@@ -169,6 +195,7 @@ void QosIntfCoppSm::handleVxlanEnabled() {
    if (!initialized_) {
       return;
    }
+   DrivingScope const driving(this);
    qosAclHelper_->syncCoppVxlanEntries(false);
 }
 
@@ -225,6 +252,7 @@ void QosIntfCoppSm::handleVxlanEntryRetryTimer() {
    if (vxlanEntryRetryTimer_) {
       vxlanEntryRetryTimer_->timeMinIs(Kiv::never);
    }
+   DrivingScope const driving(this);
    qosAclHelper_->syncCoppVxlanEntries(true);
 }
 

@@ -52,6 +52,11 @@ class NIMBAL_QOS_EXPORT QosIntfCoppSm : public Kiv::Entity {
    Kiv::TypeDesc const* fwkType() const override;
    static Kiv::TypeDesc const* fwkTypeDesc();
 
+   // The machine that hears of the helper's VXLAN entry failures: the one whose handler is
+   // driving the helper at this moment (its first pass runs inside its construction, before
+   // the helper holds it), else the helper's own; null when there is none.
+   static QosIntfCoppSm* machineOf(QosAclHelperV1 const& qosAclHelper);
+
    Kiv::Ptr<NimbalCommonSmData const> scsd() const;
    QosAclHelperV1* qosAclHelper() const { return qosAclHelper_; }
    KivVxlanEntryRetryTimer* vxlanEntryRetryTimer() const { return vxlanEntryRetryTimer_.get(); }

@@ -141,6 +141,52 @@ Kiv::TypeDesc const* QosAclHelperV1::fwkTypeDesc() {
                              h.showCpuIntfCoppQueueCounters(Kiv::fromString<U32>(a[0]));
                              return Kiv::String();
                           });
+      // The show tables are written to the descriptor given by number.
+      Kiv::operationIs<T>(d, "showCoppIntfCountersHw", 1,
+                          [](T& h, std::vector<Kiv::String> const& a) {
+                             h.showCoppIntfCountersHw(Kiv::fromString<U32>(a[0]));
+                             return Kiv::String();
+                          });
+      Kiv::operationIs<T>(d, "showCoppIntfCountersSw", 1,
+                          [](T& h, std::vector<Kiv::String> const& a) {
+                             h.showCoppIntfCountersSw(Kiv::fromString<U32>(a[0]));
+                             return Kiv::String();
+                          });
+      Kiv::operationIs<T>(
+          d, "clearCoppIntfSwCounterByPortQueue", 4, [](T& h, std::vector<Kiv::String> const& a) {
+             h.clearCoppIntfSwCounterByPortQueue(
+                 Oskel::ModIdPortQueueKey(Kiv::fromString<U32>(a[0]), Kiv::fromString<U32>(a[1]),
+                                          Kiv::fromString<U32>(a[2])),
+                 Kiv::fromString<bool>(a[3]));
+             return Kiv::String();
+          });
+      // Differences go to the agent's verify data, not to the result.
+      Kiv::operationIs<T>(d, "verifyCoppPerPortDefaultPolicer", 0,
+                          [](T& h, std::vector<Kiv::String> const&) {
+                             h.verifyCoppPerPortDefaultPolicer();
+                             return Kiv::String();
+                          });
+      Kiv::operationIs<T>(
+          d, "verifyCoppPolicerData", 5, [](T& h, std::vector<Kiv::String> const& a) {
+             h.verifyCoppPolicerData(Kiv::fromString<U16>(a[0]), Kiv::fromString<U32>(a[1]),
+                                     Kiv::fromString<U32>(a[2]), Kiv::fromString<U32>(a[3]),
+                                     Kiv::fromString<U32>(a[4]));
+             return Kiv::String();
+          });
+      // Every CoPP class the base helper holds, in key order so that reports read the same
+      // each time, then the per-port defaults.
+      Kiv::operationIs<T>(d, "verifyCopp", 0, [](T& h, std::vector<Kiv::String> const&) {
+         std::vector<Oskel::QosClassDataKey> keys = h.qosClassDataCol().keys();
+         std::sort(keys.begin(), keys.end());
+         for (Oskel::QosClassDataKey const& key : keys) {
+            Kiv::Ptr<Oskel::QosClassData> const classData = h.qosClassData(key);
+            if (classData && key.cmapType() == Qos::mapControlPlane_) {
+               h.verifyCoppPolicer(classData);
+            }
+         }
+         h.verifyCoppPerPortDefaultPolicer();
+         return Kiv::String();
+      });
       return d;
    }();
    return &desc;

@@ -23,7 +23,9 @@ class TokenBucket {
          last_ = now;
       }
       tokens_ = std::min(tokens_, cap);
-      if (tokens_ >= 1.0) {
+      // Virtual time far from zero loses a little in the subtraction: a token that is due by a
+      // hair's breadth is due.
+      if (tokens_ >= 1.0 - tokenTolerance) {
          tokens_ -= 1.0;
          return true;
       }
@@ -34,6 +36,7 @@ class TokenBucket {
   private:
    static double capacity(U32 burst) { return burst == 0 ? 1.0 : static_cast<double>(burst); }
 
+   static constexpr double tokenTolerance = 1e-6;
    double tokens_ = 1.0;
    double last_ = 0.0;
 };

@@ -1,0 +1,107 @@
+#include <stdio.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "Kiv/Assert.h"
+#include "Kiv/Trace.h"
+#include "Nimbal/MmuCpuQ.h"
+#include "NimbalQos/NimbalQosProtectionHelper.h"
+#include "NimbalQos/NimbalQosSharedHelper.h"
+#include "Orvik/IntfNameCmp.h"
+
+namespace Nimbal {
+
+namespace {
+
+// A counter record exists only for an interface that had a port when its entry was made.
+NimbalTypes::NimbalPort counterIntfPort(Kiv::Ptr<NimbalCommonSmData const> const& scsd,
+                                        Orvik::IntfId const& intf) {
+   NimbalTypes::NimbalPort const sp = getNimbalPortFromIntfId(scsd, intf);
+   KIV_ASSERT_MSG(sp != NimbalTypes::NimbalPort::noPort(), "!!sp");
+   return sp;
+}
+
+// The display name of a CPU queue; the port-queue code keeps counters only for known queues.
+char const* cpuQName(Kiv::Ptr<MmuConfigSm> const& mmuSm, U32 queue) {
+   Kiv::Ptr<MmuCpuQ> const cpuQ = mmuSm->cpuQColl()->cpuQ(queue);
+   KIV_ASSERT(cpuQ);
+   return cpuQ->name().c_str();
+}
+
+}  // namespace
+
+void QosAclHelperV1::showCoppIntfCountersHw(U32 socket) {
+   KIV_TRACE(defaultTraceHandle(), 4, "void Nimbal::QosAclHelperV1::showCoppIntfCountersHw(U32)");
+   int const fd = static_cast<int>(socket);
+   dprintf(fd, "Interface              Queue           Hits\n");
+   dprintf(fd, "----------------------------------------------------\n");
+   for (auto const& [intf, counterData] : coppIntfCounterDataCol()) {
+      NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf);
+      char const* const intfName = intf.stringValue().c_str();
+      bool intfPrinted = false;
+      U64 const defaultHits = getPortDefaultCoppPolicerPktHits(port.unit(), intf);
+      if (defaultHits != 0) {
+         dprintf(fd, "%-15s %-20s %15lld\n", intfName, "Default",
+                 static_cast<long long>(defaultHits));
+         intfPrinted = true;
+      }
+      for (auto const& [queue, swCounter] : counterData->qCounterColCol()) {
+         // Kept to 32 bits as the table has always shown it: a total that wraps to 0 is not
+         // shown.
+         U32 const total = static_cast<U32>(swCounter.pktHits()) +
+                           static_cast<U32>(getIntfQueueCoppPolicerPktHits(port, queue));
+         if (total == 0) {
+            continue;
+         }
+         char const* const queueName = cpuQName(mmuSm(), queue);
+         if (!intfPrinted) {
+            dprintf(fd, "%-15s %-20s %15lld \n", intfName, queueName,
+                    static_cast<long long>(total));
+         } else {
+            dprintf(fd, "%-15s %-20s %15lld\n", "", queueName, static_cast<long long>(total));
+         }
+         intfPrinted = true;
+      }
+   }
+   dprintf(fd, "\n\n");
+}
+
+void QosAclHelperV1::showCoppIntfCountersSw(U32 socket) {
+   KIV_TRACE(defaultTraceHandle(), 4, "void Nimbal::QosAclHelperV1::showCoppIntfCountersSw(U32)");
+   int const fd = static_cast<int>(socket);
+   dprintf(fd, "%-15s %-26s %15s %15s\n", "Interface", "Queue", "Dropped", "Allowed");
+   std::vector<Kiv::String> intfNames;
+   for (auto const& [intf, counterData] : coppIntfCounterDataCol()) {
+      intfNames.push_back(intf.stringValue());
+   }
+   std::sort(intfNames.begin(), intfNames.end(), Orvik::intfNameCmp);
+   for (Kiv::String const& intfName : intfNames) {
+      Orvik::IntfId const intf(intfName);
+      NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf);
+      Kiv::Ptr<NimbalQosCoppIntfCounterData> const counterData = coppIntfCounterData(intf);
+      bool intfPrinted = false;
+      for (auto const& [queue, swCounter] : counterData->qCounterColCol()) {
+         auto const [drop, allowed] =
+             pktDrv()->getDdeCoppCounters(port.unit(), port.logicalPort(), queue);
+         Oskel::QosClassCounterData const snapshot =
+             lastClearCoppSwCounterCol()
+                 .value(Oskel::ModIdPortQueueKey(port.modId(), port.logicalPort(), queue))
+                 .value_or(Oskel::QosClassCounterData());
+         // The snapshot keeps drop + allowed as its packet hits: what was allowed at the clear
+         // is pktHits - drop. Unsigned and wrapping, like every counter read against a
+         // snapshot.
+         U64 const dropped = drop - snapshot.drop();
+         U64 const allowedSinceClear = allowed + snapshot.drop() - snapshot.pktHits();
+         if (dropped == 0 && allowedSinceClear == 0) {
+            continue;
+         }
+         dprintf(fd, "%-15s %-26s %15lld %15lld\n", intfPrinted ? "" : intfName.c_str(),
+                 cpuQName(mmuSm(), queue), static_cast<long long>(dropped),
+                 static_cast<long long>(allowedSinceClear));
+         intfPrinted = true;
+      }
+   }
+}
+
+}  // namespace Nimbal

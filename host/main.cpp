@@ -1,77 +1,73 @@
-// A first look at the CoPP library as the agent sees it: a small switch state, the library
-// loaded with dlopen, the helper built by the exported factory and initialised, and the
-// helper's attributes read through the framework's generic attribute interface.
-
-#include <dlfcn.h>
+// nimbal-copp-sim: the simulated switch agent. It reads a scenario (or takes the built-in demo),
+// builds the switch, loads the CoPP library as the agent does and plays the scenario's steps on
+// a virtual clock, writing what an operator would see on standard output.
 
 #include <cstdio>
-#include <string>
+#include <fstream>
+#include <iostream>
 
 #include "Kiv/Activity.h"
-#include "Kiv/Type.h"
-#include "Nimbal/NimbalCommonSmData.h"
-#include "Nimbal/TcamEntryManager.h"
-#include "Nimbal/TcamGroupManager.h"
-#include "NimbalQos/NimbalQosSharedHelper.h"
+#include "Kiv/Trace.h"
+#include "host/CommandLine.h"
+#include "host/Demo.h"
+#include "host/Scenario.h"
+#include "host/SimAgent.h"
 
-namespace {
-
-// The agent's state for one module with eight front-panel ports.
-struct SwitchState {
-   Kiv::Ptr<Nimbal::NimbalCommonSmData> scsd{new Nimbal::NimbalCommonSmData()};
-   Kiv::Ptr<Nimbal::NimbalTcamGroupManager> tcamGroupManager{new Nimbal::NimbalTcamGroupManager()};
-
-   SwitchState() {
-      scsd->nimbalModIdToUnitIs(0, 0);
-      scsd->nimbalModIdIs(0, Nimbal::NimbalModInfo(0, 0, NimbalCentral::ChipInfo(0)));
-      for (U16 port = 1; port <= 8; ++port) {
-         scsd->intfPortIs(Orvik::IntfId("Ethernet" + std::to_string(port)),
-                          NimbalTypes::NimbalPort(0, 0, port));
-      }
-      // The ingress CoPP groups for IPv4 and IPv6.
-      tcamGroupManager->entryMgrAdd(new Nimbal::NimbalUnboundedTcamEntryManager(34));
-      tcamGroupManager->entryMgrAdd(new Nimbal::NimbalUnboundedTcamEntryManager(38));
+int main(int argc, char** argv) {
+   NimbalHost::SimOptions options;
+   if (auto const code = NimbalHost::parseCommandLine(argc, argv, options, std::cout, std::cerr)) {
+      return *code;
    }
-};
+   if (options.printDemo) {
+      std::cout << NimbalHost::demoScenarioText();
+      return 0;
+   }
+   // Each line reaches the reader as it is made, also when an assertion ends the agent.
+   std::setvbuf(stdout, nullptr, _IOLBF, 0);
+   if (!options.trace.empty()) {
+      Kiv::traceConfigIs(options.trace);
+   }
 
-}  // namespace
+   NimbalHost::Scenario scenario;
+   try {
+      scenario = options.scenario.empty() ? NimbalHost::demoScenario()
+                                          : NimbalHost::scenarioFromFile(options.scenario);
+   } catch (NimbalHost::ScenarioError const& e) {
+      std::fprintf(stderr, "%s\n", e.what());
+      return 1;
+   }
+   if (options.check) {
+      std::printf("%s: valid, %zu steps\n", scenario.file.c_str(), scenario.steps.size());
+      return 0;
+   }
+   std::ofstream plot;
+   if (!options.plot.empty()) {
+      plot.open(options.plot);
+      if (!plot) {
+         std::fprintf(stderr, "nimbal-copp-sim: cannot write %s\n", options.plot.c_str());
+         return NimbalHost::usageExitCode;
+      }
+   }
 
-int main() {
+   // The agent's event loop holds the activity lock; SDK calls release it for their duration.
    Kiv::ActivityScope activity;
-   SwitchState state;
-
-   void* library = ::dlopen(NIMBAL_QOS_LIBRARY_FILE, RTLD_NOW);
-   if (!library) {
-      std::fprintf(stderr, "cannot load %s: %s\n", NIMBAL_QOS_LIBRARY_FILE, ::dlerror());
+   try {
+      NimbalHost::SimAgent agent(scenario, stdout);
+      agent.run();
+      if (plot.is_open()) {
+         plot << agent.plot();
+         plot.close();
+         if (!plot) {
+            std::fprintf(stderr, "nimbal-copp-sim: cannot write %s\n", options.plot.c_str());
+            return NimbalHost::usageExitCode;
+         }
+         std::fprintf(stderr, "nimbal-copp-sim: traffic chart written to %s\n",
+                      options.plot.c_str());
+      }
+   } catch (NimbalHost::ScenarioError const& e) {
+      std::fflush(stdout);
+      std::fprintf(stderr, "%s\n", e.what());
       return 1;
    }
-   auto factory = reinterpret_cast<Nimbal::GetQosAclHelperFunction>(
-       ::dlsym(library, Nimbal::getQosAclHelperSymbol));
-   if (!factory) {
-      std::fprintf(stderr, "no factory in %s: %s\n", NIMBAL_QOS_LIBRARY_FILE, ::dlerror());
-      return 1;
-   }
-
-   {
-      Kiv::Ptr<Nimbal::QosAclHelper> helper =
-          factory(new Qos::Status(), new Qos::AclSliceHwStatus(), new Acl::Config(),
-                  new Nimbal::MmuConfigSm(), state.scsd, state.tcamGroupManager,
-                  new Nimbal::PktDrv(), new NimbalCentral::AclHwStatus(),
-                  new NimbalVlanTopo::VlanTopoSliceStatus(), new NimbalCentral::NimbalMiscConfig(),
-                  new NimbalL3::RoutingStatus(), new NimbalCentral::VxlanSliceConfig(),
-                  new Oskel::KernelCoPPConfig(), 0, new Qos::AclHwStatus());
-      helper->hwInit();
-
-      Kiv::TypeDesc const* type = helper->fwkType();
-      std::printf("helper: %s\n", type->fullName().c_str());
-      for (auto const& name : type->attributeNames()) {
-         std::printf("  %s = %s\n", name.c_str(), Kiv::attributeValue(*helper, name).c_str());
-      }
-      for (auto const& name : type->operationNames()) {
-         std::printf("  operation %s\n", name.c_str());
-      }
-   }
-
-   ::dlclose(library);
    return 0;
 }

@@ -185,13 +185,14 @@ int SimChip::entryCreate(int unit, bcm_field_group_t group, bcm_field_entry_t* e
    if (!entry) {
       return BCM_E_PARAM;
    }
-   bcm_field_entry_t id = firstAutoEntryId;
+   bcm_field_entry_t id = u->autoEntryFloor;
    while (u->entries.count(id)) {
       ++id;
    }
    int rc = entryAdd(*u, group, id);
    if (rc == BCM_E_NONE) {
       *entry = id;
+      u->autoEntryFloor = id + 1;
    }
    return rc;
 }
@@ -236,6 +237,9 @@ int SimChip::entryDestroy(int unit, bcm_field_entry_t entry) {
       --git->second.entriesInUse;
    }
    u->entries.erase(entry);
+   if (entry >= firstAutoEntryId && entry < u->autoEntryFloor) {
+      u->autoEntryFloor = entry;
+   }
    return BCM_E_NONE;
 }
 

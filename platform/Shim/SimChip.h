@@ -176,6 +176,9 @@ class SimChip {
       std::map<bcm_policer_t, Policer> policers;
       std::map<int, FieldStat> stats;
       bcm_policer_t nextPolicerId = 1;
+      // Every automatic entry id below this one is taken: the search for the lowest free id
+      // starts here.
+      bcm_field_entry_t autoEntryFloor = firstAutoEntryId;
       int nextStatId = 1;
    };
 

@@ -1,0 +1,125 @@
+#include "host/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <cctype>
+#include <cstdio>
+#include <sstream>
+#include <vector>
+
+#include "Nimbal/MmuCpuQ.h"
+
+namespace NimbalHost {
+
+std::string traceSpecError(std::string const& spec) {
+   if (spec.empty()) {
+      return "names no trace handle; write NAME:LEVEL[,NAME:LEVEL...]";
+   }
+   std::stringstream in(spec);
+   std::string item;
+   while (std::getline(in, item, ',')) {
+      std::size_t const colon = item.rfind(':');
+      if (colon == std::string::npos || colon == 0 || colon + 1 == item.size()) {
+         return "\"" + item + "\" is not NAME:LEVEL";
+      }
+      for (std::size_t i = colon + 1; i < item.size(); ++i) {
+         if (!std::isdigit(static_cast<unsigned char>(item[i]))) {
+            return "\"" + item + "\": the level must be a whole number from 0 to 9";
+         }
+      }
+      if (item.size() - colon - 1 > 1) {
+         return "\"" + item + "\": the level must be a whole number from 0 to 9";
+      }
+   }
+   if (spec.back() == ',') {
+      return "ends with a comma";
+   }
+   return "";
+}
+
+std::string helpFooter() {
+   std::ostringstream os;
+   os << "A scenario is a JSON object {\"switch\": {...}, \"steps\": [...]} (\"description\" is\n"
+         "optional). Every \"switch\" key is optional: modules, interfaces, interfaceRanges,\n"
+         "fabricInterfaces, cpuQueues, portDefaultCoppRate, vxlanWorkaround, resources,\n"
+         "toggles. Each step is an object with exactly one key:\n"
+         "  police     {\"interface\", \"class\", \"cir\", \"bc\"}  police a CoPP class (pps, "
+         "packets)\n"
+         "  unpolice   {\"interface\", \"class\"}               remove the police action\n"
+         "  vxlan      true | false                          VXLAN enabled on the switch\n"
+         "  recirc     {\"interface\", \"enabled\"}             a VXLAN recirculation interface\n"
+         "  advance    SECONDS                               move the virtual clock on\n"
+         "  traffic    {\"interface\", \"queue\" | \"class\", \"pps\", \"seconds\", \"vxlan\"}\n"
+         "                                                   send packets to the CPU\n"
+         "  show       \"hw\" | \"sw\"                           a CoPP counter table\n"
+         "  clear      {\"interface\", \"queue\"} or {}          clear CoPP counters\n"
+         "  poll       {\"interface\", \"class\"}               the counter poll of a class\n"
+         "  verify     {}                                    verify the CoPP policers\n"
+         "  set        {\"ATTRIBUTE\": VALUE}                  set a helper attribute\n"
+         "  resources  {\"efpCoppEntries\", \"efpCoppMeters\", \"efpDefaultMeters\"}\n"
+         "                                                   resize the egress CoPP pools\n"
+         "  tamper     {\"interface\", \"queue\", \"cir\", \"bc\"}  change a meter behind the "
+         "agent\n"
+         "  fail       {\"call\", \"rc\"}                       the next such SDK call fails\n"
+         "\n"
+         "Exit status: 0 the scenario ran to its end; 1 the scenario cannot be read or is\n"
+         "invalid (nothing ran); 2 the command line cannot be used; an assertion or a fatal SDK\n"
+         "error ends the process abnormally, as it ends the agent.\n"
+         "\n"
+         "Built-in CPU queues (\"cpuQueues\" replaces them; rate in pps, burst in packets):\n";
+   char line[160];
+   std::snprintf(line, sizeof line, "  %-3s %-23s %6s %6s  %s\n", "id", "name", "rate", "burst",
+                 "classes");
+   os << line;
+   for (Nimbal::MmuCpuQRow const& row : Nimbal::builtInCpuQTable()) {
+      std::string classes;
+      for (auto const& c : row.classes) {
+         classes += (classes.empty() ? "" : ", ") + c;
+      }
+      if (row.dynamic) {
+         classes = "(dynamic: for classes without a static queue)";
+      } else if (row.id == Nimbal::cpuCosqDrop_) {
+         classes = "(drop queue)";
+      }
+      std::snprintf(line, sizeof line, "  %-3u %-23s %6u %6u  %s\n", row.id, row.name.c_str(),
+                    row.rate, row.burst, classes.c_str());
+      os << line;
+   }
+   return os.str();
+}
+
+std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOptions& options,
+                                    std::ostream& out, std::ostream& err) {
+   CLI::App app(
+       "nimbal-copp-sim: the simulated switch agent. It builds a switch from a scenario, loads\n"
+       "the CoPP library as the agent does, plays the scenario's steps on a virtual clock and\n"
+       "prints what an operator would see. With no scenario it plays a built-in demo.",
+       "nimbal-copp-sim");
+   app.add_option("SCENARIO.json", options.scenario, "the scenario to play");
+   app.add_option("--trace", options.trace,
+                  "trace handles to switch on, to standard error (NimbalQosSm:4,ApiNimbal:4)")
+       ->type_name("NAME:LEVEL,...")
+       ->check([](std::string const& spec) {
+          std::string const error = traceSpecError(spec);
+          return error.empty() ? std::string() : "--trace " + error;
+       });
+   app.add_option("--plot", options.plot,
+                  "write an SVG chart of the traffic per flow over virtual time")
+       ->type_name("FILE.svg");
+   app.add_flag("--check", options.check, "read and check the scenario, run nothing");
+   app.add_flag("--print-demo", options.printDemo,
+                "write the built-in demo scenario as JSON and end");
+   app.footer(helpFooter());
+   try {
+      app.parse(argc, argv);
+   } catch (CLI::CallForHelp const& e) {
+      app.exit(e, out, err);
+      return 0;
+   } catch (CLI::ParseError const& e) {
+      err << "nimbal-copp-sim: " << e.what() << "\n"
+          << "Run with --help for more information.\n";
+      return usageExitCode;
+   }
+   return std::nullopt;
+}
+
+}  // namespace NimbalHost

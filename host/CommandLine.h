@@ -1,0 +1,34 @@
+#pragma once
+
+// The simulator's command line.
+
+#include <optional>
+#include <ostream>
+#include <string>
+
+namespace NimbalHost {
+
+struct SimOptions {
+   std::string scenario;    // empty: the built-in demo
+   std::string trace;       // NAME:LEVEL[,NAME:LEVEL...]
+   std::string plot;        // SVG file to write, or empty
+   bool check = false;      // read and check the scenario only
+   bool printDemo = false;  // write the built-in demo scenario
+};
+
+// Exit status of a command line that cannot be used.
+inline constexpr int usageExitCode = 2;
+
+// Reads the command line into `options`. Returns an exit status when the program should end
+// at once (0 after --help, usageExitCode for a command line it cannot use, with the reason on
+// `err`), or nothing to go on.
+std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOptions& options,
+                                    std::ostream& out, std::ostream& err);
+
+// Empty when `spec` reads as NAME:LEVEL[,NAME:LEVEL...], else what is wrong with it.
+std::string traceSpecError(std::string const& spec);
+
+// What --help shows after the options: the steps, the exit statuses, the built-in CPU queues.
+std::string helpFooter();
+
+}  // namespace NimbalHost

@@ -1,0 +1,64 @@
+#include "host/KernelCoppReactor.h"
+
+#include <vector>
+
+namespace NimbalHost {
+
+void KernelCoppReactor::onAttribute(Kiv::AttrId attr, std::any const& key) {
+   if (attr != "coppInfo") {
+      return;
+   }
+   handle(std::any_cast<Key const&>(key));
+}
+
+void KernelCoppReactor::sync() {
+   Kiv::Ptr<Oskel::KernelCoPPConfig const> const config = notifier();
+   if (!config) {
+      return;
+   }
+   std::vector<Key> const all = config->coppInfoCol().keys();
+   std::set<Key> const keys(all.begin(), all.end());
+   for (Key const& key : keys) {
+      if (!programmed_.count(key) && !failed_.count(key)) {
+         handle(key);
+      }
+   }
+}
+
+void KernelCoppReactor::retry() {
+   Kiv::Ptr<Oskel::KernelCoPPConfig const> const config = notifier();
+   std::vector<Key> const keys(failed_.begin(), failed_.end());
+   for (Key const& key : keys) {
+      if (!failed_.count(key)) {
+         continue;  // handled meanwhile by a change of the configuration
+      }
+      failed_.erase(key);
+      if (config && config->coppInfoHas(key)) {
+         create(key);
+      }
+   }
+}
+
+void KernelCoppReactor::handle(Key const& key) {
+   Kiv::Ptr<Oskel::KernelCoPPConfig const> const config = notifier();
+   failed_.erase(key);
+   if (programmed_.erase(key)) {
+      helper_->destroyCoppPolicerByPortQueue(key);
+   }
+   if (config && config->coppInfoHas(key)) {
+      create(key);
+   }
+}
+
+void KernelCoppReactor::create(Key const& key) {
+   if (helper_->createCoppPolicerByPortQueue(key)) {
+      programmed_.insert(key);
+   } else {
+      failed_.insert(key);
+   }
+   if (afterKey_) {
+      afterKey_();
+   }
+}
+
+}  // namespace NimbalHost

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <any>
+#include <functional>
+#include <set>
+
+#include "Kiv/Entity.h"
+#include "NimbalQos/NimbalQosProtectionHelper.h"
+#include "Oskel/KernelCoPPConfig.h"
+
+namespace NimbalHost {
+
+// The agent's reactor to the kernel CoPP configuration: a (module id, port, queue) that appears
+// or changes is programmed with createCoppPolicerByPortQueue (after
+// destroyCoppPolicerByPortQueue when it was programmed), one that disappears is destroyed, and
+// one whose create ran out of hardware is tried again at every retry() until it succeeds.
+class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
+  public:
+   using Key = Oskel::ModIdPortQueueKey;
+
+   explicit KernelCoppReactor(Nimbal::QosAclHelperV1* helper) : helper_(helper) {}
+
+   void onAttribute(Kiv::AttrId attr, std::any const& key) override;
+
+   // Programs what the configuration holds now, in key order: the reactor joins after the
+   // agent's start-up has already published the default rates.
+   void sync();
+   // Tries the failed keys again, in key order; those that left the configuration are dropped.
+   void retry();
+
+   std::set<Key> const& programmed() const { return programmed_; }
+   std::set<Key> const& failed() const { return failed_; }
+   // Called after every key handled, so that a long start-up can trim what it keeps.
+   void afterKeyIs(std::function<void()> hook) { afterKey_ = std::move(hook); }
+
+  protected:
+   void onNotifier() override { sync(); }
+
+  private:
+   void handle(Key const& key);
+   void create(Key const& key);
+
+   Nimbal::QosAclHelperV1* helper_;
+   std::set<Key> programmed_;
+   std::set<Key> failed_;
+   std::function<void()> afterKey_;
+};
+
+}  // namespace NimbalHost

@@ -1,0 +1,140 @@
+#pragma once
+
+// A scenario of the simulated agent: the switch it runs on and the steps it plays, read from
+// one JSON document and checked whole before anything runs.
+
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "Kiv/Types.h"
+#include "Nimbal/MmuCpuQ.h"
+#include "host/SwitchBuilder.h"
+
+namespace NimbalHost {
+
+// A scenario that cannot be read or is invalid; what() is the one line the operator sees.
+class ScenarioError : public std::runtime_error {
+  public:
+   explicit ScenarioError(std::string const& line) : std::runtime_error(line) {}
+};
+
+using ScenarioModule = SwitchModule;
+using ScenarioInterface = SwitchInterface;
+// Pool sizes of the egress CoPP groups; absent sizes stay as they are.
+using ScenarioResources = SwitchResources;
+
+struct ScenarioSwitch {
+   std::vector<ScenarioModule> modules;
+   std::vector<ScenarioInterface> interfaces;
+   std::vector<ScenarioInterface> fabricInterfaces;
+   std::vector<Nimbal::MmuCpuQRow> cpuQueues;
+   U32 portDefaultCoppRate = 1000;
+   bool vxlanWorkaround = false;
+   ScenarioResources resources;
+   // The toggle file's flags, in file order.
+   std::vector<std::pair<std::string, bool>> toggles;
+
+   // The switch as the builder takes it.
+   SwitchConfig switchConfig() const;
+   bool toggle(std::string const& name) const;
+   // Front-panel first, then fabric; null when the switch has no such interface.
+   ScenarioInterface const* interface(std::string const& name) const;
+   // The queue a class is statically mapped to, or -1.
+   int staticQueue(std::string const& cmapName) const;
+};
+
+namespace step {
+
+struct Police {
+   std::string interface;
+   std::string cmapName;
+   U32 cir = 0;
+   U32 bc = 0;
+};
+struct Unpolice {
+   std::string interface;
+   std::string cmapName;
+};
+struct Vxlan {
+   bool enabled = false;
+};
+struct Recirc {
+   std::string interface;
+   bool enabled = true;
+};
+struct Advance {
+   double seconds = 0;
+};
+struct Traffic {
+   std::string interface;
+   std::optional<U32> queue;  // given directly, or
+   std::string cmapName;      // the queue of this class
+   U32 pps = 0;
+   double seconds = 0;
+   bool vxlan = false;
+};
+struct Show {
+   bool hw = true;
+};
+struct Clear {
+   std::optional<std::string> interface;
+   std::optional<U32> queue;
+};
+struct Poll {
+   std::string interface;
+   std::string cmapName;
+};
+struct Verify {};
+struct Set {
+   // Attribute name and value as text, in file order.
+   std::vector<std::pair<std::string, std::string>> attributes;
+};
+struct Resources {
+   ScenarioResources sizes;
+};
+struct Tamper {
+   std::string interface;
+   U32 queue = 0;
+   U32 cir = 0;
+   U32 bc = 0;
+};
+struct Fail {
+   std::string call;
+   int rc = 0;
+};
+
+}  // namespace step
+
+using StepAction = std::variant<step::Police, step::Unpolice, step::Vxlan, step::Recirc,
+                                step::Advance, step::Traffic, step::Show, step::Clear, step::Poll,
+                                step::Verify, step::Set, step::Resources, step::Tamper, step::Fail>;
+
+struct ScenarioStep {
+   int number = 0;  // from 1, as the file counts them
+   std::string name;
+   StepAction action;
+};
+
+struct Scenario {
+   std::string file;
+   std::string description;
+   ScenarioSwitch sw;
+   std::vector<ScenarioStep> steps;
+};
+
+// The step names, in the order the help lists them.
+std::vector<std::string> const& scenarioStepNames();
+// The SDK functions whose next call a `fail` step can make fail.
+std::vector<std::string> const& failableSdkCalls();
+// The most packets one traffic step may send.
+inline constexpr double maxTrafficPackets = 10'000'000;
+
+// Reads and checks a scenario; `file` names it in messages. Throws ScenarioError.
+Scenario scenarioFromText(std::string const& text, std::string const& file);
+Scenario scenarioFromFile(std::string const& path);
+
+}  // namespace NimbalHost

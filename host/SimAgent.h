@@ -1,0 +1,81 @@
+#pragma once
+
+// The simulated agent: the switch of a scenario with the CoPP library loaded on it, the
+// agent's reactors around the helper, the virtual clock and the traffic engine, playing the
+// scenario's steps and writing what an operator would see.
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "host/KernelCoppReactor.h"
+#include "host/QosClassConfig.h"
+#include "host/Scenario.h"
+#include "host/SwitchBuilder.h"
+#include "host/TrafficLog.h"
+
+namespace NimbalHost {
+
+class SimAgent {
+  public:
+   // Starts the agent on the scenario's switch, writing to `out`. Throws ScenarioError when
+   // the switch cannot be built. Runs on the caller's activity lock.
+   SimAgent(Scenario const& scenario, std::FILE* out);
+   ~SimAgent();
+   SimAgent(SimAgent const&) = delete;
+   SimAgent& operator=(SimAgent const&) = delete;
+
+   // Plays every step in order.
+   void run();
+   void step(ScenarioStep const& s);
+
+   // Virtual seconds since the agent started.
+   double now() const;
+   // Moves the clock to `seconds` since the start (never back); timers fire on the way, then
+   // the kernel CoPP keys that ran out of hardware are tried again.
+   void advanceTo(double seconds);
+
+   Switch& sw() { return *switch_; }
+   QosClassConfig& classes() { return *classes_; }
+   KernelCoppReactor const& kernelCopp() const { return *kernel_; }
+   TrafficLog const& traffic() const { return traffic_; }
+
+   // The SVG chart of the traffic so far.
+   std::string plot() const;
+
+  private:
+   void line(std::string const& text);
+   void switchReport();
+   void startUpReport();
+   void afterStep();
+   std::string queueText(U32 queue) const;
+   Oskel::ModIdPortQueueKey keyOf(std::string const& intf, U32 queue) const;
+
+   void police(step::Police const& s);
+   void unpolice(step::Unpolice const& s);
+   void vxlan(step::Vxlan const& s);
+   void recirc(step::Recirc const& s);
+   void traffic(step::Traffic const& s);
+   void show(step::Show const& s);
+   void clear(step::Clear const& s);
+   void poll(step::Poll const& s);
+   void verify();
+   void set(ScenarioStep const& step, step::Set const& s);
+   void resources(step::Resources const& s);
+   void tamper(step::Tamper const& s);
+   void fail(step::Fail const& s);
+
+   Scenario const& scenario_;
+   std::FILE* out_;
+   double start_ = 0;
+   std::unique_ptr<Switch> switch_;
+   std::unique_ptr<QosClassConfig> classes_;
+   std::unique_ptr<KernelCoppReactor> kernel_;
+   TrafficLog traffic_;
+   std::size_t reportedFailedKeys_ = 0;
+   bool reportedVxlanExhausted_ = false;
+   double reportedVxlanRetry_ = 0;
+};
+
+}  // namespace NimbalHost

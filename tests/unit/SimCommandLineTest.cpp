@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "host/CommandLine.h"
+
+namespace {
+
+using NimbalHost::parseCommandLine;
+using NimbalHost::SimOptions;
+
+struct Parsed {
+   std::optional<int> exit;
+   SimOptions options;
+   std::string out;
+   std::string err;
+};
+
+Parsed parse(std::vector<char const*> args) {
+   args.insert(args.begin(), "nimbal-copp-sim");
+   Parsed p;
+   std::ostringstream out;
+   std::ostringstream err;
+   p.exit = parseCommandLine(static_cast<int>(args.size()), args.data(), p.options, out, err);
+   p.out = out.str();
+   p.err = err.str();
+   return p;
+}
+
+TEST(SimCommandLine, NoArgumentPlaysTheDemo) {
+   Parsed const p = parse({});
+   EXPECT_FALSE(p.exit.has_value());
+   EXPECT_EQ(p.options.scenario, "");
+   EXPECT_EQ(p.options.trace, "");
+   EXPECT_EQ(p.options.plot, "");
+   EXPECT_FALSE(p.options.check);
+}
+
+TEST(SimCommandLine, ReadsScenarioTraceAndPlot) {
+   Parsed const p =
+       parse({"--trace", "NimbalQosSm:4,ApiNimbal:4", "examples/basic.json", "--plot", "a.svg"});
+   EXPECT_FALSE(p.exit.has_value());
+   EXPECT_EQ(p.options.scenario, "examples/basic.json");
+   EXPECT_EQ(p.options.trace, "NimbalQosSm:4,ApiNimbal:4");
+   EXPECT_EQ(p.options.plot, "a.svg");
+}
+
+TEST(SimCommandLine, HelpListsTheStepsAndTheCpuQueuesAndEndsWithZero) {
+   Parsed const p = parse({"--help"});
+   ASSERT_EQ(p.exit, 0);
+   for (char const* step : {"police", "unpolice", "vxlan", "recirc", "advance", "traffic", "show",
+                            "clear", "poll", "verify", "set", "resources", "tamper", "fail"}) {
+      EXPECT_NE(p.out.find("\n  " + std::string(step) + " "), std::string::npos) << step;
+   }
+   EXPECT_NE(p.out.find("--trace NAME:LEVEL,..."), std::string::npos);
+   EXPECT_NE(p.out.find("--plot FILE.svg"), std::string::npos);
+   EXPECT_NE(p.out.find("  1   CoppSystemBgp             5000    500  copp-system-bgp\n"),
+             std::string::npos);
+   EXPECT_NE(p.out.find("  40  CoppUserDefined1          1000    100  (dynamic"),
+             std::string::npos);
+   EXPECT_NE(p.out.find("Exit status: 0 the scenario ran to its end; 1 the scenario"),
+             std::string::npos);
+}
+
+TEST(SimCommandLine, BadTraceIsAUsageError) {
+   Parsed const p = parse({"--trace", "NimbalQosSm"});
+   EXPECT_EQ(p.exit, NimbalHost::usageExitCode);
+   EXPECT_NE(p.err.find("\"NimbalQosSm\" is not NAME:LEVEL"), std::string::npos) << p.err;
+}
+
+TEST(SimCommandLine, UnknownOptionIsAUsageError) {
+   Parsed const p = parse({"--fast"});
+   EXPECT_EQ(p.exit, NimbalHost::usageExitCode);
+   EXPECT_NE(p.err.find("--fast"), std::string::npos) << p.err;
+   EXPECT_NE(p.err.find("Run with --help"), std::string::npos);
+}
+
+TEST(SimCommandLine, TwoScenariosAreAUsageError) {
+   EXPECT_EQ(parse({"a.json", "b.json"}).exit, NimbalHost::usageExitCode);
+}
+
+TEST(SimCommandLine, TraceSpecificationIsNameColonLevelPairs) {
+   EXPECT_EQ(NimbalHost::traceSpecError("NimbalQosSm:4"), "");
+   EXPECT_EQ(NimbalHost::traceSpecError("NimbalQosSm:4,ApiNimbal:9"), "");
+   EXPECT_EQ(NimbalHost::traceSpecError("NimbalQosSm:x"),
+             "\"NimbalQosSm:x\": the level must be a whole number from 0 to 9");
+   EXPECT_EQ(NimbalHost::traceSpecError("NimbalQosSm:12"),
+             "\"NimbalQosSm:12\": the level must be a whole number from 0 to 9");
+   EXPECT_EQ(NimbalHost::traceSpecError(":4"), "\":4\" is not NAME:LEVEL");
+   EXPECT_EQ(NimbalHost::traceSpecError("A:1,"), "ends with a comma");
+   EXPECT_EQ(NimbalHost::traceSpecError(""),
+             "names no trace handle; write NAME:LEVEL[,NAME:LEVEL...]");
+}
+
+}  // namespace

@@ -1,0 +1,164 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "host/Demo.h"
+#include "host/Scenario.h"
+
+namespace {
+
+// One run of the simulator program, from the source tree.
+struct ProgramRun {
+   bool exited = false;
+   int code = -1;
+   std::string out;
+   std::string err;
+};
+
+std::string slurp(std::string const& path) {
+   std::ifstream in(path);
+   std::ostringstream text;
+   text << in.rdbuf();
+   return text.str();
+}
+
+ProgramRun run(std::string const& args, std::string const& environment = "") {
+   // Tests may run side by side: each writes files of its own name.
+   std::string const base = ::testing::TempDir() + "sim-program-" +
+                            ::testing::UnitTest::GetInstance()->current_test_info()->name();
+   std::string const out = base + ".out";
+   std::string const err = base + ".err";
+   std::string const command = "cd '" NIMBAL_SOURCE_DIR "' && " + environment +
+                               " '" NIMBAL_SIM_BINARY "' " + args + " >'" + out + "' 2>'" + err +
+                               "'";
+   int const status = std::system(command.c_str());
+   ProgramRun r;
+   r.exited = WIFEXITED(status);
+   r.code = r.exited ? WEXITSTATUS(status) : -1;
+   r.out = slurp(out);
+   r.err = slurp(err);
+   std::remove(out.c_str());
+   std::remove(err.c_str());
+   return r;
+}
+
+// A scenario file for one test.
+std::string scenarioFile(std::string const& name, std::string const& text) {
+   std::string const path = ::testing::TempDir() + name;
+   std::ofstream(path) << text;
+   return path;
+}
+
+TEST(SimProgram, HelpEndsWithZero) {
+   ProgramRun const r = run("--help");
+   EXPECT_TRUE(r.exited);
+   EXPECT_EQ(r.code, 0);
+   EXPECT_NE(r.out.find("Usage: nimbal-copp-sim [OPTIONS] [SCENARIO.json]"), std::string::npos);
+}
+
+TEST(SimProgram, UnreadableScenarioEndsWithOneAndOneLine) {
+   ProgramRun const r = run("no-such-scenario.json");
+   EXPECT_EQ(r.code, 1);
+   EXPECT_EQ(r.out, "");
+   EXPECT_EQ(r.err, "no-such-scenario.json: cannot read the file (No such file or directory)\n");
+}
+
+TEST(SimProgram, InvalidScenarioRunsNothing) {
+   std::string const path = scenarioFile(
+       "sim-program-invalid.json",
+       R"({"steps": [{"advance": 1}, {"police": {"interface": "Ethernet1", "class": "c",
+           "cir": 10, "bc": -1}}]})");
+   ProgramRun const r = run("'" + path + "'");
+   EXPECT_EQ(r.code, 1);
+   EXPECT_EQ(r.out, "");
+   EXPECT_EQ(r.err, path + ": step 2 (police): key \"bc\": must not be negative, not -1\n");
+}
+
+TEST(SimProgram, CheckReadsTheScenarioAndRunsNothing) {
+   ProgramRun const r = run("--check examples/basic.json");
+   EXPECT_EQ(r.code, 0);
+   EXPECT_EQ(r.out, "examples/basic.json: valid, 11 steps\n");
+}
+
+TEST(SimProgram, PrintDemoWritesTheDemoScenario) {
+   ProgramRun const r = run("--print-demo");
+   EXPECT_EQ(r.code, 0);
+   EXPECT_EQ(r.out, NimbalHost::demoScenarioText());
+   NimbalHost::Scenario const demo = NimbalHost::scenarioFromText(r.out, "demo.json");
+   EXPECT_EQ(demo.sw.interfaces.size(), 16u);
+   EXPECT_TRUE(demo.sw.vxlanWorkaround);
+}
+
+TEST(SimProgram, ScenarioRunsToItsEnd) {
+   std::string const path =
+       scenarioFile("sim-program-run.json", R"({"steps": [{"advance": 1.25}]})");
+   ProgramRun const r = run("'" + path + "'");
+   EXPECT_EQ(r.code, 0);
+   EXPECT_EQ(r.out.rfind("nimbal-copp-sim: " + path + "\n", 0), 0u) << r.out;
+   EXPECT_NE(r.out.find("\nstep 1 at 0.000 s: advance 1.25 s\n"), std::string::npos);
+   EXPECT_NE(r.out.find("\nend at 1.250 s: "), std::string::npos);
+   EXPECT_EQ(r.err, "");
+}
+
+TEST(SimProgram, TraceGoesToStandardError) {
+   std::string const path = scenarioFile("sim-program-trace.json", R"({"steps": []})");
+   ProgramRun const r = run("--trace NimbalQosSm:1 '" + path + "'");
+   EXPECT_EQ(r.code, 0);
+   EXPECT_NE(r.err.find("NimbalQosSm[1] QosHelperV1::hwInit\n"), std::string::npos) << r.err;
+   EXPECT_EQ(r.out.find("hwInit"), std::string::npos);
+   ProgramRun const quiet = run("'" + path + "'");
+   EXPECT_EQ(quiet.err, "");
+}
+
+TEST(SimProgram, BadTraceIsAUsageError) {
+   ProgramRun const r = run("--trace NimbalQosSm examples/basic.json");
+   EXPECT_EQ(r.code, 2);
+   EXPECT_EQ(r.out, "");
+}
+
+TEST(SimProgram, ToggleFileChoosesTheTcamAgentVariant) {
+   std::string const on =
+       scenarioFile("sim-program-toggle.json",
+                    R"({"switch": {"toggles": {"UseTcamAgentForPolicyQos": true}}, "steps": []})");
+   EXPECT_NE(run("'" + on + "'").out.find("\nhelper: Nimbal::QosTcamAclHelperV1, "),
+             std::string::npos);
+   std::string const off = scenarioFile("sim-program-no-toggle.json", R"({"steps": []})");
+   // The scenario's toggle file is the one read, whatever the environment names.
+   std::string const dir = ::testing::TempDir() + "sim-program-toggle-on/";
+   std::filesystem::create_directories(dir);
+   std::ofstream(dir + "NimbalTcam.json") << "{\"UseTcamAgentForPolicyQos\": true}\n";
+   ProgramRun const r = run("'" + off + "'", "NIMBAL_TOGGLE_DIR='" + dir + "'");
+   EXPECT_NE(r.out.find("\nhelper: Nimbal::QosAclHelperV1, "), std::string::npos) << r.out;
+   std::remove((dir + "NimbalTcam.json").c_str());
+}
+
+TEST(SimProgram, PlotIsWrittenAsSvg) {
+   std::string const scenario =
+       scenarioFile("sim-program-plot.json",
+                    R"({"steps": [{"traffic": {"interface": "Ethernet1", "queue": 6, "pps": 100,
+           "seconds": 1}}]})");
+   std::string const svg = ::testing::TempDir() + "sim-program-plot.svg";
+   std::remove(svg.c_str());
+   ProgramRun const r = run("--plot '" + svg + "' '" + scenario + "'");
+   EXPECT_EQ(r.code, 0);
+   EXPECT_EQ(r.err, "nimbal-copp-sim: traffic chart written to " + svg + "\n");
+   std::string const chart = slurp(svg);
+   EXPECT_EQ(chart.rfind("<?xml", 0), 0u);
+   EXPECT_NE(chart.find(">Ethernet1 to CPU queue 6 (CoppSystemLldp)</text>"), std::string::npos);
+   std::remove(svg.c_str());
+}
+
+TEST(SimProgram, UnwritablePlotIsAUsageErrorAndRunsNothing) {
+   ProgramRun const r = run("--plot /no-such-directory/chart.svg examples/basic.json");
+   EXPECT_EQ(r.code, 2);
+   EXPECT_EQ(r.out, "");
+   EXPECT_EQ(r.err, "nimbal-copp-sim: cannot write /no-such-directory/chart.svg\n");
+}
+
+}  // namespace

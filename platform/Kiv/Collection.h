@@ -159,35 +159,61 @@ using OrderedMap = Collection<Key, Value, std::map<Key, Value>, false>;
 // name(key) looks up, name() counts, nameIs creates or sets, nameDel removes, nameDelAll
 // empties, nameHas tests, nameCol gives the collection for iteration. `owner` is `this`,
 // or nullptr for a collection that nobody observes.
-#define KIV_COLLECTION_OPS(Kind, Key, Value, name, owner)                  \
-  public:                                                                 \
-   auto name(Key const& k) const { return name##_.find(k); }              \
-   std::size_t name() const { return name##_.size(); }                    \
-   bool name##Has(Key const& k) const { return name##_.has(k); }          \
-   auto name##Del(Key const& k) { return name##_.del(k); }                \
-   void name##DelAll() { name##_.delAll(); }                              \
-   Kind<Key, Value> const& name##Col() const { return name##_; }          \
-                                                                          \
-  private:                                                                \
-   Kind<Key, Value> name##_{owner, #name};                                \
-                                                                          \
+#define KIV_COLLECTION_OPS(Kind, Key, Value, name, owner) \
+  public:                                                 \
+   auto name(Key const& k) const {                        \
+      return name##_.find(k);                             \
+   }                                                      \
+   std::size_t name() const {                             \
+      return name##_.size();                              \
+   }                                                      \
+   bool name##Has(Key const& k) const {                   \
+      return name##_.has(k);                              \
+   }                                                      \
+   auto name##Del(Key const& k) {                         \
+      return name##_.del(k);                              \
+   }                                                      \
+   void name##DelAll() {                                  \
+      name##_.delAll();                                   \
+   }                                                      \
+   Kind<Key, Value> const& name##Col() const {            \
+      return name##_;                                     \
+   }                                                      \
+                                                          \
+  private:                                                \
+   Kind<Key, Value> name##_{owner, #name};                \
+                                                          \
   public:
 
-#define KIV_RECORD_COLLECTION(Key, Record, name)                     \
+#define KIV_RECORD_COLLECTION(Key, Record, name)                      \
    KIV_COLLECTION_OPS(::Kiv::HashCollection, Key, Record, name, this) \
-   ::Kiv::Ptr<Record> name##Is(Key const& k) { return name##_.is(k); }
+   ::Kiv::Ptr<Record> name##Is(Key const& k) {                        \
+      return name##_.is(k);                                           \
+   }
 
-#define KIV_VALUE_MAP(Key, Value, name)                             \
-   KIV_COLLECTION_OPS(::Kiv::HashMap, Key, Value, name, this)        \
-   bool name##Is(Key const& k, Value const& v) { return name##_.is(k, v); }
+#define KIV_VALUE_MAP(Key, Value, name)                       \
+   KIV_COLLECTION_OPS(::Kiv::HashMap, Key, Value, name, this) \
+   bool name##Is(Key const& k, Value const& v) {              \
+      return name##_.is(k, v);                                \
+   }
 
-#define KIV_INNER_VALUE_MAP(Key, Value, name)                       \
-   KIV_COLLECTION_OPS(::Kiv::HashMap, Key, Value, name, nullptr)     \
-   bool name##Is(Key const& k, Value const& v) { return name##_.is(k, v); }
+#define KIV_INNER_VALUE_MAP(Key, Value, name)                    \
+   KIV_COLLECTION_OPS(::Kiv::HashMap, Key, Value, name, nullptr) \
+   bool name##Is(Key const& k, Value const& v) {                 \
+      return name##_.is(k, v);                                   \
+   }
 
-#define KIV_ORDERED_MAP(Key, Value, name)                                    \
-   KIV_COLLECTION_OPS(::Kiv::OrderedMap, Key, Value, name, this)              \
-   bool name##Is(Key const& k, Value const& v) { return name##_.is(k, v); }   \
-   auto name##Del(::Kiv::OrderedMap<Key, Value>::iterator it) { return name##_.del(it); } \
-   auto name##Begin() { return name##_.begin(); }                             \
-   auto name##End() { return name##_.end(); }
+#define KIV_ORDERED_MAP(Key, Value, name)                        \
+   KIV_COLLECTION_OPS(::Kiv::OrderedMap, Key, Value, name, this) \
+   bool name##Is(Key const& k, Value const& v) {                 \
+      return name##_.is(k, v);                                   \
+   }                                                             \
+   auto name##Del(::Kiv::OrderedMap<Key, Value>::iterator it) {  \
+      return name##_.del(it);                                    \
+   }                                                             \
+   auto name##Begin() {                                          \
+      return name##_.begin();                                    \
+   }                                                             \
+   auto name##End() {                                            \
+      return name##_.end();                                      \
+   }

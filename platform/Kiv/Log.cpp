@@ -7,7 +7,7 @@ namespace Kiv {
 
 char const* const NoActionRequired = "No action is required.";
 char const* const CallSupportIfPersists =
-   "If this message persists, contact your customer support representative.";
+    "If this message persists, contact your customer support representative.";
 
 namespace {
 struct LogRegistry {

@@ -18,8 +18,8 @@ extern char const* const CallSupportIfPersists;
 class LogHandle {
   public:
    LogHandle(std::string key, LogSeverity severity, std::string format, std::string explanation,
-             std::string recommendedAction, double minInterval, double maxInterval,
-             unsigned burst, unsigned flags);
+             std::string recommendedAction, double minInterval, double maxInterval, unsigned burst,
+             unsigned flags);
    ~LogHandle();
    LogHandle(LogHandle const&) = delete;
    LogHandle& operator=(LogHandle const&) = delete;

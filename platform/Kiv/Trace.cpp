@@ -25,8 +25,8 @@ void applyConfig(TraceRegistry& r, std::string const& config) {
    std::size_t pos = 0;
    while (pos <= config.size()) {
       std::size_t comma = config.find(',', pos);
-      std::string item = config.substr(pos, comma == std::string::npos ? std::string::npos
-                                                                      : comma - pos);
+      std::string item =
+          config.substr(pos, comma == std::string::npos ? std::string::npos : comma - pos);
       std::size_t colon = item.rfind(':');
       if (!item.empty()) {
          std::string name = colon == std::string::npos ? item : item.substr(0, colon);

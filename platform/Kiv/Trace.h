@@ -31,18 +31,19 @@ std::vector<std::string> traceHandleNames();
 void traceConfigIs(std::string const& config);
 
 // Where trace lines go: standard error unless a sink is set (tests capture them).
-using TraceSink = std::function<void(std::string const& handle, int level, std::string const& line)>;
+using TraceSink =
+    std::function<void(std::string const& handle, int level, std::string const& line)>;
 void traceSinkIs(TraceSink sink);
 
 }  // namespace Kiv
 
 // Formats nothing unless the handle is on at that level.
-#define KIV_TRACE(handle, lvl, expr)                   \
-   do {                                                 \
-      ::Kiv::TraceHandle const& kivTh_ = (handle);      \
-      if (kivTh_.enabled(lvl)) {                        \
-         std::ostringstream kivOs_;                     \
-         kivOs_ << expr;                                \
-         kivTh_.emit(lvl, kivOs_.str());                \
-      }                                                 \
+#define KIV_TRACE(handle, lvl, expr)               \
+   do {                                            \
+      ::Kiv::TraceHandle const& kivTh_ = (handle); \
+      if (kivTh_.enabled(lvl)) {                   \
+         std::ostringstream kivOs_;                \
+         kivOs_ << expr;                           \
+         kivTh_.emit(lvl, kivOs_.str());           \
+      }                                            \
    } while (0)

@@ -128,16 +128,15 @@ void readOnlyAttributeIs(TypeDesc& d, String name, Get get) {
 template <class T, class V, class Get, class Set>
 void attributeIs(TypeDesc& d, String name, Get get, Set set) {
    d.attributeIs(
-      std::move(name), [get](Entity const& e) { return toString(get(dynamic_cast<T const&>(e))); },
-      [set](Entity& e, String const& s) { set(dynamic_cast<T&>(e), fromString<V>(s)); });
+       std::move(name), [get](Entity const& e) { return toString(get(dynamic_cast<T const&>(e))); },
+       [set](Entity& e, String const& s) { set(dynamic_cast<T&>(e), fromString<V>(s)); });
 }
 
 template <class T, class Fn>
 void operationIs(TypeDesc& d, String name, std::size_t arguments, Fn fn) {
-   d.operationIs(std::move(name), arguments,
-                 [fn](Entity& e, std::vector<String> const& args) {
-                    return fn(dynamic_cast<T&>(e), args);
-                 });
+   d.operationIs(std::move(name), arguments, [fn](Entity& e, std::vector<String> const& args) {
+      return fn(dynamic_cast<T&>(e), args);
+   });
 }
 
 }  // namespace Kiv

@@ -11,7 +11,7 @@ namespace Nimbal {
 
 // The MMU configuration state machine: CPU queues and their bandwidth.
 class MmuConfigSm : public Kiv::Entity {
-public:
+  public:
    // Starts with the switch's built-in table of CPU queues.
    MmuConfigSm();
    ~MmuConfigSm() override;
@@ -43,7 +43,7 @@ public:
    Kiv::Ptr<Qos::PolicyMapSliceHwStatus> pmapHwStatus() const { return pmapHwStatus_; }
    void pmapHwStatusIs(Kiv::Ptr<Qos::PolicyMapSliceHwStatus> const& s);
 
-private:
+  private:
    Kiv::Ptr<MmuCpuQColl> cpuQColl_;
    Kiv::Ptr<MmuCpuQSm> cpuQSm_;
    Kiv::Ptr<Qos::PolicyMapSliceHwStatus> pmapHwStatus_;

@@ -43,7 +43,7 @@ struct CpuQBandwidth {
 // A CPU queue of the MMU. It is allocated while it has holders: its static classes plus the
 // classes that share it as a dynamic queue.
 class MmuCpuQ : public Kiv::Entity {
-public:
+  public:
    explicit MmuCpuQ(U32 cpuQId);
 
    U32 cpuQId() const { return cpuQId_; }
@@ -71,7 +71,7 @@ public:
    CpuQBandwidth const& bandwidth() const { return bandwidth_; }
    U32 bandwidthProgrammings() const { return bandwidthProgrammings_; }
 
-private:
+  private:
    friend class MmuCpuQSm;
    void configIs(MmuCpuQRow const& row, Kiv::Name const& coppPMapName);
    void holderIs(Kiv::Name const& pmapName, Qos::MapType pmapType, Kiv::Name const& cmapName,
@@ -97,12 +97,12 @@ private:
 
 // The CPU queues by id, iterated in id order.
 class MmuCpuQColl : public Kiv::Entity {
-public:
+  public:
    MmuCpuQColl() { hasNotificationActiveIs(true); }
 
    KIV_ORDERED_MAP(U32, Kiv::Ptr<MmuCpuQ>, cpuQ)
 
-public:
+  public:
    U32 cpuQs() const { return static_cast<U32>(cpuQ()); }
    auto begin() const { return cpuQCol().begin(); }
    auto end() const { return cpuQCol().end(); }
@@ -111,7 +111,7 @@ public:
 // The CPU queue state machine: the static class-to-queue table, the pool of dynamic queues
 // and the queues' bandwidth.
 class MmuCpuQSm : public Kiv::Entity {
-public:
+  public:
    explicit MmuCpuQSm(Kiv::Ptr<MmuCpuQColl> const& cpuQColl);
 
    Kiv::Ptr<MmuCpuQColl> cpuQColl() const { return cpuQColl_; }
@@ -140,7 +140,7 @@ public:
    U32 allocationFailures() const { return allocationFailures_; }
    U32 noQueueDeallocations() const { return noQueueDeallocations_; }
 
-private:
+  private:
    Kiv::Ptr<MmuCpuQColl> cpuQColl_;
    Kiv::Name coppPMapName_ = "copp-system-policy";
    std::unordered_map<Kiv::Name, U32> staticClassCpuQ_;

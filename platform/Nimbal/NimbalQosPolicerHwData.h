@@ -11,7 +11,9 @@ class NimbalQosPolicerHwData {
   public:
    NimbalQosPolicerHwData() = default;
    NimbalQosPolicerHwData(U32 policerRate, U32 policerBurst, U32 entryId, U32 policerId)
-       : policerRate_(policerRate), policerBurst_(policerBurst), entryId_(entryId),
+       : policerRate_(policerRate),
+         policerBurst_(policerBurst),
+         entryId_(entryId),
          policerId_(policerId) {}
    U32 policerRate() const { return policerRate_; }
    U32 policerBurst() const { return policerBurst_; }

@@ -4,18 +4,19 @@
 
 namespace Nimbal {
 
-QosAclHelper::QosAclHelper(
-   Kiv::Ptr<Qos::Status const> const& qosStatus,
-   Kiv::Ptr<Qos::AclSliceHwStatus> const& qosAclSliceHwStatus,
-   Kiv::Ptr<Acl::Config const> const& mainAclConfig, Kiv::Ptr<MmuConfigSm> const& mmuSm,
-   Kiv::Ptr<NimbalCommonSmData> const& scsd,
-   Kiv::Ptr<NimbalTcamGroupManager> const& tcamGroupManager, Kiv::Ptr<PktDrv> const& pktDrv,
-   Kiv::Ptr<NimbalCentral::AclHwStatus const> const& aclHwStatus,
-   Kiv::Ptr<NimbalVlanTopo::VlanTopoSliceStatus> const& vlanTopoSliceStatus,
-   Kiv::Ptr<NimbalCentral::NimbalMiscConfig const> const& scMiscConfig,
-   Kiv::Ptr<NimbalL3::RoutingStatus const> const& routingStatus,
-   Kiv::Ptr<NimbalCentral::VxlanSliceConfig const> const& vxlanSliceConfig, U32 unit,
-   Kiv::Ptr<Qos::AclHwStatus const> const& qosAclHwStatus)
+QosAclHelper::QosAclHelper(Kiv::Ptr<Qos::Status const> const& qosStatus,
+                           Kiv::Ptr<Qos::AclSliceHwStatus> const& qosAclSliceHwStatus,
+                           Kiv::Ptr<Acl::Config const> const& mainAclConfig,
+                           Kiv::Ptr<MmuConfigSm> const& mmuSm,
+                           Kiv::Ptr<NimbalCommonSmData> const& scsd,
+                           Kiv::Ptr<NimbalTcamGroupManager> const& tcamGroupManager,
+                           Kiv::Ptr<PktDrv> const& pktDrv,
+                           Kiv::Ptr<NimbalCentral::AclHwStatus const> const& aclHwStatus,
+                           Kiv::Ptr<NimbalVlanTopo::VlanTopoSliceStatus> const& vlanTopoSliceStatus,
+                           Kiv::Ptr<NimbalCentral::NimbalMiscConfig const> const& scMiscConfig,
+                           Kiv::Ptr<NimbalL3::RoutingStatus const> const& routingStatus,
+                           Kiv::Ptr<NimbalCentral::VxlanSliceConfig const> const& vxlanSliceConfig,
+                           U32 unit, Kiv::Ptr<Qos::AclHwStatus const> const& qosAclHwStatus)
     : qosStatus_(qosStatus),
       qosAclSliceHwStatus_(qosAclSliceHwStatus),
       mainAclConfig_(mainAclConfig),
@@ -89,8 +90,8 @@ void QosAclHelper::destroyCoppPolicerByPortQueue(Oskel::ModIdPortQueueKey const&
    baseCallIs("QosAclHelper::destroyCoppPolicerByPortQueue");
 }
 
-Oskel::QosClassCounterData QosAclHelper::counterUpdateRequest(
-   Kiv::Ptr<Oskel::QosClassData> const&, Oskel::AclKey const&) {
+Oskel::QosClassCounterData QosAclHelper::counterUpdateRequest(Kiv::Ptr<Oskel::QosClassData> const&,
+                                                              Oskel::AclKey const&) {
    baseCallIs("QosAclHelper::counterUpdateRequest");
    return Oskel::QosClassCounterData();
 }
@@ -123,8 +124,8 @@ void QosAclHelper::compressAllGroups() {
 
 void QosAclHelper::verifyRulePortsForUnit(Kiv::Ptr<Oskel::QosPolicyMapState> const&,
                                           Kiv::Ptr<Oskel::QosClassData> const&,
-                                          Qos::ClassMapMatchOption, Oskel::AclKey const&, U32,
-                                          U32, U32, U32, U32, Acl::Action) {
+                                          Qos::ClassMapMatchOption, Oskel::AclKey const&, U32, U32,
+                                          U32, U32, U32, Acl::Action) {
    baseCallIs("QosAclHelper::verifyRulePortsForUnit");
 }
 

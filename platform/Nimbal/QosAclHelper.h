@@ -113,7 +113,7 @@ class QosAclHelper : public Kiv::Entity {
    virtual bool createCoppPolicerByPortQueue(Oskel::ModIdPortQueueKey const& key);
    virtual void destroyCoppPolicerByPortQueue(Oskel::ModIdPortQueueKey const& key);
    virtual Oskel::QosClassCounterData counterUpdateRequest(
-      Kiv::Ptr<Oskel::QosClassData> const& classData, Oskel::AclKey const& aclKey);
+       Kiv::Ptr<Oskel::QosClassData> const& classData, Oskel::AclKey const& aclKey);
    virtual void hwInit();
    virtual void verifyPolicer(Kiv::Ptr<Oskel::QosClassData> const& classData);
    virtual void setEntryPorts(Kiv::Ptr<Oskel::QosPolicyMapState> const& pmapState,
@@ -124,8 +124,8 @@ class QosAclHelper : public Kiv::Entity {
    virtual void verifyRulePortsForUnit(Kiv::Ptr<Oskel::QosPolicyMapState> const& pmapState,
                                        Kiv::Ptr<Oskel::QosClassData> const& classData,
                                        Qos::ClassMapMatchOption matchOption,
-                                       Oskel::AclKey const& aclKey, U32 unit, U32 entry,
-                                       U32 seqNo, U32 aclType, U32 groupId, Acl::Action action);
+                                       Oskel::AclKey const& aclKey, U32 unit, U32 entry, U32 seqNo,
+                                       U32 aclType, U32 groupId, Acl::Action action);
    // Names for messages: the class map that holds a CPU queue (the queue's display name when
    // none does), and the interface of a chip port (empty when the port is unknown).
    virtual Kiv::String cpuQIdToClassMapName(U32 cpuQId);

@@ -8,7 +8,7 @@ namespace NimbalTcam {
 // The interfaces a TCAM-agent request applies to: every Ethernet interface when `ethernet`
 // is set, plus the interfaces named one by one.
 class IntfGroup : public Kiv::Entity {
-public:
+  public:
    IntfGroup() { hasNotificationActiveIs(true); }
 
    bool ethernet() const { return ethernet_; }
@@ -22,11 +22,11 @@ public:
 
    KIV_ORDERED_MAP(Orvik::IntfId, bool, intf)
 
-public:
+  public:
    // Adds a member; adding one twice changes nothing.
    void intfIs(Orvik::IntfId const& i) { intfIs(i, true); }
 
-private:
+  private:
    bool ethernet_ = false;
 };
 

@@ -11,7 +11,7 @@ namespace NimbalTcam {
 // What the TCAM agent is asked to program for one entry: its key and the interfaces it
 // applies to (no group until the request has been given one).
 class RequestConfig : public Kiv::Entity {
-public:
+  public:
    explicit RequestConfig(RequestKey const& key = RequestKey()) : key_(key) {
       hasNotificationActiveIs(true);
    }
@@ -27,32 +27,32 @@ public:
       notify("intfGroup");
    }
 
-private:
+  private:
    RequestKey key_;
    Kiv::Ptr<IntfGroup> intfGroup_;
 };
 
 // The requests of one ACL of a class, by unit.
 class AclRequestTable : public Kiv::Entity {
-public:
+  public:
    explicit AclRequestTable(Oskel::AclKey const& aclKey) : aclKey_(aclKey) {}
    Oskel::AclKey const& aclKey() const { return aclKey_; }
 
    KIV_ORDERED_MAP(U32, Kiv::Ptr<RequestConfig>, requestConfig)
 
-private:
+  private:
    Oskel::AclKey aclKey_;
 };
 
 // The requests of one class of a policy map, by ACL.
 class ClassRequestTable : public Kiv::Entity {
-public:
+  public:
    explicit ClassRequestTable(Oskel::QosClassDataKey const& classKey) : classKey_(classKey) {}
    Oskel::QosClassDataKey const& classKey() const { return classKey_; }
 
    KIV_RECORD_COLLECTION(Oskel::AclKey, AclRequestTable, aclRequestTable)
 
-private:
+  private:
    Oskel::QosClassDataKey classKey_;
 };
 

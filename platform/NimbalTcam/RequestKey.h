@@ -11,7 +11,7 @@ namespace NimbalTcam {
 // Identifies a request to the TCAM agent: the feature group it belongs to and its name
 // within that group. The default value is the empty key.
 class RequestKey {
-public:
+  public:
    RequestKey() = default;
    RequestKey(U32 featureGroupType, Kiv::Name name)
        : featureGroupType_(featureGroupType), name_(std::move(name)) {}
@@ -23,7 +23,7 @@ public:
       return std::tie(featureGroupType_, name_) < std::tie(o.featureGroupType_, o.name_);
    }
 
-private:
+  private:
    U32 featureGroupType_ = 0;
    Kiv::Name name_;
 };

@@ -69,7 +69,7 @@ inline std::ostream& operator<<(std::ostream& os, NimbalPort const& p) {
 inline U16 checkedLogicalPort(U32 port) {
    if (port > NimbalPort::defaultPort) {
       throw Kiv::RangeException(
-         "NimbalPort::logicalPort < 0 or > NimbalPort::defaultPort not allowed");
+          "NimbalPort::logicalPort < 0 or > NimbalPort::defaultPort not allowed");
    }
    return static_cast<U16>(port);
 }

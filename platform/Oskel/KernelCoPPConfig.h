@@ -12,7 +12,9 @@ class CoppInfo {
   public:
    CoppInfo() = default;
    CoppInfo(U32 rateInPps, U32 burstTokens, U32 burstPkts, bool enabled)
-       : rateInPps_(rateInPps), burstTokens_(burstTokens), burstPkts_(burstPkts),
+       : rateInPps_(rateInPps),
+         burstTokens_(burstTokens),
+         burstPkts_(burstPkts),
          enabled_(enabled) {}
    U32 rateInPps() const { return rateInPps_; }
    // Two thirds of the burst: the kernel's refill threshold.

@@ -42,8 +42,8 @@ class QosClassDataKey {
 };
 
 inline std::ostream& operator<<(std::ostream& os, QosClassDataKey const& k) {
-   return os << k.pmapName() << "," << static_cast<U32>(k.pmapType()) << "," << k.cmapName()
-             << "," << static_cast<U32>(k.cmapType());
+   return os << k.pmapName() << "," << static_cast<U32>(k.pmapType()) << "," << k.cmapName() << ","
+             << static_cast<U32>(k.cmapType());
 }
 
 }  // namespace Oskel

@@ -10,10 +10,12 @@ namespace Oskel {
 class VerifyOutput {
   public:
    VerifyOutput() = default;
-   VerifyOutput(Kiv::String message, Kiv::String file, U32 line, Kiv::String function,
-                U32 severity)
-       : message_(std::move(message)), file_(std::move(file)), line_(line),
-         function_(std::move(function)), severity_(severity) {}
+   VerifyOutput(Kiv::String message, Kiv::String file, U32 line, Kiv::String function, U32 severity)
+       : message_(std::move(message)),
+         file_(std::move(file)),
+         line_(line),
+         function_(std::move(function)),
+         severity_(severity) {}
    Kiv::String const& message() const { return message_; }
    Kiv::String const& file() const { return file_; }
    U32 line() const { return line_; }

@@ -33,14 +33,14 @@ enum ActionRateKind : U32 {
 
 // A rate value and its unit.
 class ActionRate {
-public:
+  public:
    ActionRate() = default;
    ActionRate(ActionRateType value, RateUnit unit) : value_(value), unit_(unit) {}
    ActionRateType value() const { return value_; }
    RateUnit unit() const { return unit_; }
    bool operator==(ActionRate const& o) const = default;
 
-private:
+  private:
    ActionRateType value_ = 0;
    RateUnit unit_ = rateUnitInvalid_;
 };
@@ -51,7 +51,7 @@ inline std::ostream& operator<<(std::ostream& os, ActionRate const& r) {
 
 // One action of a class of a policy map, keyed by its type.
 class Action : public Kiv::Entity {
-public:
+  public:
    explicit Action(ActionType type) : type_(type) {}
 
    ActionType type() const { return type_; }
@@ -74,7 +74,7 @@ public:
       notify("rateKind");
    }
 
-private:
+  private:
    ActionType type_;
    ActionRate rate_;
    ActionRateKind rateKind_ = actionRateKindAbsolute_;

@@ -11,7 +11,7 @@ namespace Qos {
 
 // Identifies a policy map applied in one direction.
 class PolicyMapHwStatusKey {
-public:
+  public:
    PolicyMapHwStatusKey() = default;
    PolicyMapHwStatusKey(Kiv::Name pmapName, MapType pmapType, Direction direction)
        : pmapName_(std::move(pmapName)), pmapType_(pmapType), direction_(direction) {}
@@ -24,7 +24,7 @@ public:
              std::tie(o.pmapName_, o.pmapType_, o.direction_);
    }
 
-private:
+  private:
    Kiv::Name pmapName_;
    MapType pmapType_ = mapControlPlane_;
    Direction direction_ = input_;
@@ -48,39 +48,39 @@ namespace Qos {
 
 // The hardware status of one applied policy map: the class maps programmed for it.
 class PolicyMapHwStatus : public Kiv::Entity {
-public:
+  public:
    explicit PolicyMapHwStatus(PolicyMapHwStatusKey const& key) : key_(key) {}
    PolicyMapHwStatusKey const& key() const { return key_; }
 
    KIV_ORDERED_MAP(Kiv::Name, bool, cmap)
 
-public:
+  public:
    void cmapIs(Kiv::Name const& cmapName) { cmapIs(cmapName, true); }
 
-private:
+  private:
    PolicyMapHwStatusKey key_;
 };
 
 // The applied policy maps of one map type.
 class PolicyMapTypeSliceHwStatus : public Kiv::Entity {
-public:
+  public:
    explicit PolicyMapTypeSliceHwStatus(MapType mapType) : mapType_(mapType) {}
    MapType mapType() const { return mapType_; }
 
    KIV_RECORD_COLLECTION(PolicyMapHwStatusKey, PolicyMapHwStatus, pmapSliceHwStatus)
 
-private:
+  private:
    MapType mapType_;
 };
 
 // The hardware status of the slice's policy maps, by map type.
 class PolicyMapSliceHwStatus : public Kiv::Entity {
-public:
+  public:
    PolicyMapSliceHwStatus() { hasNotificationActiveIs(true); }
 
    KIV_RECORD_COLLECTION(MapType, PolicyMapTypeSliceHwStatus, pmapTypeSliceHwStatus)
 
-public:
+  public:
    // The status of the applied policy map, or null when its type or itself is unknown.
    Kiv::Ptr<PolicyMapHwStatus> pmapHwStatus(PolicyMapHwStatusKey const& key) const;
    // Creates both levels as needed.

@@ -12,7 +12,7 @@ namespace Qos {
 
 // Policy maps and class maps are named within their map type.
 class MapKey {
-public:
+  public:
    MapKey() = default;
    MapKey(MapType mapType, Kiv::Name name) : mapType_(mapType), name_(std::move(name)) {}
    MapType mapType() const { return mapType_; }
@@ -22,7 +22,7 @@ public:
       return std::tie(mapType_, name_) < std::tie(o.mapType_, o.name_);
    }
 
-private:
+  private:
    MapType mapType_ = mapControlPlane_;
    Kiv::Name name_;
 };
@@ -44,7 +44,7 @@ namespace Qos {
 
 // A class of a policy map as the agent has applied it, with its actions by type.
 class ClassMapStatus : public Kiv::Entity {
-public:
+  public:
    explicit ClassMapStatus(MapKey const& key) : key_(key) {}
 
    MapKey const& key() const { return key_; }
@@ -53,18 +53,18 @@ public:
 
    KIV_RECORD_COLLECTION(ActionType, Action, action)
 
-public:
+  public:
    // Creates or updates the action of that type with a rate.
    Kiv::Ptr<Action> actionIs(ActionType type, ActionRate const& rate,
                              ActionRateKind kind = actionRateKindAbsolute_);
 
-private:
+  private:
    MapKey key_;
 };
 
 // A policy map as the agent has applied it: its classes by (map type, name).
 class PolicyMapStatus : public Kiv::Entity {
-public:
+  public:
    explicit PolicyMapStatus(MapKey const& key) : key_(key) {}
 
    MapKey const& key() const { return key_; }
@@ -73,7 +73,7 @@ public:
 
    KIV_RECORD_COLLECTION(MapKey, ClassMapStatus, cmapStatus)
 
-public:
+  public:
    Kiv::Ptr<ClassMapStatus> cmapStatus(MapType type, Kiv::Name const& name) const {
       return cmapStatus(MapKey(type, name));
    }
@@ -81,18 +81,18 @@ public:
       return cmapStatusIs(MapKey(type, name));
    }
 
-private:
+  private:
    MapKey key_;
 };
 
 // The agent's QoS status: policy maps by (map type, name), with their classes and actions.
 class Status : public Kiv::Entity {
-public:
+  public:
    Status() { hasNotificationActiveIs(true); }
 
    KIV_RECORD_COLLECTION(MapKey, PolicyMapStatus, pmapStatus)
 
-public:
+  public:
    Kiv::Ptr<PolicyMapStatus> pmapStatus(MapType type, Kiv::Name const& name) const {
       return pmapStatus(MapKey(type, name));
    }

@@ -7,8 +7,8 @@
 #include "Nimbal/NimbalCommonSmData.h"
 #include "Nimbal/Toggle.h"
 #include "NimbalTypes/NimbalPort.h"
-#include "Oskel/ModIdPortQueueKey.h"
 #include "Orvik/IntfId.h"
+#include "Oskel/ModIdPortQueueKey.h"
 
 namespace {
 

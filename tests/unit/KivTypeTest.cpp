@@ -19,9 +19,9 @@ Kiv::TypeDesc const* widgetType() {
       auto* d = new Kiv::TypeDesc("Test::Widget", Kiv::entityTypeDesc());
       Kiv::readOnlyAttributeIs<Widget>(*d, "name", [](Widget const& w) { return w.name; });
       Kiv::attributeIs<Widget, U32>(
-         *d, "size", [](Widget const& w) { return w.size; }, [](Widget& w, U32 v) { w.size = v; });
+          *d, "size", [](Widget const& w) { return w.size; }, [](Widget& w, U32 v) { w.size = v; });
       Kiv::attributeIs<Widget, bool>(
-         *d, "on", [](Widget const& w) { return w.on; }, [](Widget& w, bool v) { w.on = v; });
+          *d, "on", [](Widget const& w) { return w.on; }, [](Widget& w, bool v) { w.on = v; });
       Kiv::operationIs<Widget>(*d, "grow", 1, [](Widget& w, std::vector<Kiv::String> const& a) {
          w.size += Kiv::fromString<U32>(a[0]);
          return Kiv::toString(w.size);
@@ -79,9 +79,11 @@ TEST(KivAssert, FailureEndsTheProcessWithTheExpressionText) {
 
 TEST(KivRange, RangeExceptionCarriesItsText) {
    try {
-      throw Kiv::RangeException("NimbalPort::logicalPort < 0 or > NimbalPort::defaultPort not allowed");
+      throw Kiv::RangeException(
+          "NimbalPort::logicalPort < 0 or > NimbalPort::defaultPort not allowed");
    } catch (std::range_error const& e) {
-      EXPECT_STREQ(e.what(), "NimbalPort::logicalPort < 0 or > NimbalPort::defaultPort not allowed");
+      EXPECT_STREQ(e.what(),
+                   "NimbalPort::logicalPort < 0 or > NimbalPort::defaultPort not allowed");
    }
 }
 

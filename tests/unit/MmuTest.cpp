@@ -29,7 +29,7 @@ struct CpuQObserver : Kiv::Notifiee<MmuCpuQ> {
 };
 
 class MmuFixture : public ::testing::Test {
-protected:
+  protected:
    // A class of a policy map as the QoS status holds it.
    Kiv::Ptr<Qos::ClassMapStatus const> cmap(Kiv::Name const& name,
                                             Kiv::Name const& pmapName = coppPMap) {

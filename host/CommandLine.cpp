@@ -10,11 +10,11 @@
 
 namespace NimbalHost {
 
-std::string traceSpecError(std::string const& spec) {
-   if (spec.empty()) {
+std::string traceConfigError(std::string const& config) {
+   if (config.empty()) {
       return "names no trace handle; write NAME:LEVEL[,NAME:LEVEL...]";
    }
-   std::stringstream in(spec);
+   std::stringstream in(config);
    std::string item;
    while (std::getline(in, item, ',')) {
       std::size_t const colon = item.rfind(':');
@@ -30,7 +30,7 @@ std::string traceSpecError(std::string const& spec) {
          return "\"" + item + "\": the level must be a whole number from 0 to 9";
       }
    }
-   if (spec.back() == ',') {
+   if (config.back() == ',') {
       return "ends with a comma";
    }
    return "";
@@ -98,8 +98,8 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOption
    app.add_option("--trace", options.trace,
                   "trace handles to switch on, to standard error (NimbalQosSm:4,ApiNimbal:4)")
        ->type_name("NAME:LEVEL,...")
-       ->check([](std::string const& spec) {
-          std::string const error = traceSpecError(spec);
+       ->check([](std::string const& config) {
+          std::string const error = traceConfigError(config);
           return error.empty() ? std::string() : "--trace " + error;
        });
    app.add_option("--plot", options.plot,

@@ -25,8 +25,8 @@ inline constexpr int usageExitCode = 2;
 std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOptions& options,
                                     std::ostream& out, std::ostream& err);
 
-// Empty when `spec` reads as NAME:LEVEL[,NAME:LEVEL...], else what is wrong with it.
-std::string traceSpecError(std::string const& spec);
+// Empty when `config` reads as NAME:LEVEL[,NAME:LEVEL...], else what is wrong with it.
+std::string traceConfigError(std::string const& config);
 
 // What --help shows after the options: the steps, the exit statuses, the built-in CPU queues.
 std::string helpFooter();

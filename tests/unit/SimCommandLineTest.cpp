@@ -81,16 +81,16 @@ TEST(SimCommandLine, TwoScenariosAreAUsageError) {
    EXPECT_EQ(parse({"a.json", "b.json"}).exit, NimbalHost::usageExitCode);
 }
 
-TEST(SimCommandLine, TraceSpecificationIsNameColonLevelPairs) {
-   EXPECT_EQ(NimbalHost::traceSpecError("NimbalQosSm:4"), "");
-   EXPECT_EQ(NimbalHost::traceSpecError("NimbalQosSm:4,ApiNimbal:9"), "");
-   EXPECT_EQ(NimbalHost::traceSpecError("NimbalQosSm:x"),
+TEST(SimCommandLine, TraceOptionIsNameColonLevelPairs) {
+   EXPECT_EQ(NimbalHost::traceConfigError("NimbalQosSm:4"), "");
+   EXPECT_EQ(NimbalHost::traceConfigError("NimbalQosSm:4,ApiNimbal:9"), "");
+   EXPECT_EQ(NimbalHost::traceConfigError("NimbalQosSm:x"),
              "\"NimbalQosSm:x\": the level must be a whole number from 0 to 9");
-   EXPECT_EQ(NimbalHost::traceSpecError("NimbalQosSm:12"),
+   EXPECT_EQ(NimbalHost::traceConfigError("NimbalQosSm:12"),
              "\"NimbalQosSm:12\": the level must be a whole number from 0 to 9");
-   EXPECT_EQ(NimbalHost::traceSpecError(":4"), "\":4\" is not NAME:LEVEL");
-   EXPECT_EQ(NimbalHost::traceSpecError("A:1,"), "ends with a comma");
-   EXPECT_EQ(NimbalHost::traceSpecError(""),
+   EXPECT_EQ(NimbalHost::traceConfigError(":4"), "\":4\" is not NAME:LEVEL");
+   EXPECT_EQ(NimbalHost::traceConfigError("A:1,"), "ends with a comma");
+   EXPECT_EQ(NimbalHost::traceConfigError(""),
              "names no trace handle; write NAME:LEVEL[,NAME:LEVEL...]");
 }
 

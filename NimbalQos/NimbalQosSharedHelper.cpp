@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include "Kiv/Allocator.h"
 #include "Kiv/Assert.h"
 #include "Kiv/Type.h"
 #include "Nimbal/Toggle.h"
@@ -223,15 +224,15 @@ Kiv::Ptr<QosAclHelper> getQosAclHelper(
     Kiv::Ptr<Qos::AclHwStatus const> const& qosAclHwStatus) {
    Kiv::Ptr<QosAclHelperV1> helper;
    if (toggleUseTcamAgentForPolicyQosEnabled()) {
-      helper = new QosTcamAclHelperV1(qosStatus, qosAclSliceHwStatus, mainAclConfig, mmuSm, scsd,
-                                      tcamGroupManager, pktDrv, aclHwStatus, vlanTopoSliceStatus,
-                                      scMiscConfig, routingStatus, vxlanSliceConfig, unit,
-                                      qosAclHwStatus, kernelCoppConfig);
+      helper = Kiv::allocate<QosTcamAclHelperV1>(
+          qosStatus, qosAclSliceHwStatus, mainAclConfig, mmuSm, scsd, tcamGroupManager, pktDrv,
+          aclHwStatus, vlanTopoSliceStatus, scMiscConfig, routingStatus, vxlanSliceConfig, unit,
+          qosAclHwStatus, kernelCoppConfig);
    } else {
-      helper = new QosAclHelperV1(qosStatus, qosAclSliceHwStatus, mainAclConfig, mmuSm, scsd,
-                                  tcamGroupManager, pktDrv, aclHwStatus, vlanTopoSliceStatus,
-                                  scMiscConfig, routingStatus, vxlanSliceConfig, unit,
-                                  qosAclHwStatus, kernelCoppConfig);
+      helper = Kiv::allocate<QosAclHelperV1>(
+          qosStatus, qosAclSliceHwStatus, mainAclConfig, mmuSm, scsd, tcamGroupManager, pktDrv,
+          aclHwStatus, vlanTopoSliceStatus, scMiscConfig, routingStatus, vxlanSliceConfig, unit,
+          qosAclHwStatus, kernelCoppConfig);
    }
    helper->hasNotificationActiveIs(true);
    return helper;

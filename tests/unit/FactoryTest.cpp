@@ -1,6 +1,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+
 #include <stdlib.h>
+#include "Kiv/Allocator.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -128,6 +130,13 @@ TEST(Factory, NewHelperHasNotificationsOnAndEmptyState) {
    EXPECT_EQ(helper->lastClearCoppSwCounter(), 0u);
    EXPECT_EQ(helper->lastClearCoppSwCfgCounter(), 0u);
    EXPECT_EQ(helper->coppIntfCounterData(), 0u);
+}
+
+TEST(Factory, HelperIsAllocatedThroughTheFrameworksAccounting) {
+   CoppPlatform platform;
+   U64 const before = Kiv::allocations<Nimbal::QosAclHelperV1>();
+   auto helper = platform.viaFactory();
+   EXPECT_EQ(Kiv::allocations<Nimbal::QosAclHelperV1>(), before + 1);
 }
 
 TEST(Factory, ConstructionTracesNothingAndCallsNothing) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Kiv/Activity.h"
+#include "Kiv/Allocator.h"
 #include "Kiv/Assert.h"
 #include "Kiv/Exception.h"
 #include "Kiv/Type.h"
@@ -111,6 +112,26 @@ TEST(KivActivity, UnlockAnchorRetakesOnException) {
    } catch (std::runtime_error const&) {
    }
    EXPECT_TRUE(lock.held());
+}
+
+}  // namespace
+
+namespace {
+
+struct Throwing {
+   explicit Throwing(bool fail) {
+      if (fail) {
+         throw std::runtime_error("no");
+      }
+   }
+};
+
+TEST(KivAllocator, CountsWhatItConstructedAndNothingThatThrew) {
+   U64 const before = Kiv::allocations<Throwing>();
+   delete Kiv::allocate<Throwing>(false);
+   EXPECT_EQ(Kiv::allocations<Throwing>(), before + 1);
+   EXPECT_THROW(Kiv::allocate<Throwing>(true), std::runtime_error);
+   EXPECT_EQ(Kiv::allocations<Throwing>(), before + 1);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "Kiv/Assert.h"
 #include "Kiv/Trace.h"
+#include "NimbalQos/NimbalQosCoppClass.h"
 #include "NimbalQos/NimbalQosProtectionHelper.h"
 #include "NimbalQos/NimbalQosSharedHelper.h"
 
@@ -26,13 +27,9 @@ Oskel::QosClassCounterData QosAclHelperV1::coppCounterUpdateRequest(
     Kiv::Ptr<Oskel::QosClassData> const& classData) {
    KIV_TRACE(defaultTraceHandle(), 4, "coppCounterUpdateRequest");
    Oskel::QosClassDataKey const key = classData->key();
-   KIV_ASSERT_MSG((key.pmapType() == Qos::mapControlPlane_) && (key.direction() == Qos::input_) &&
-                      (key.cmapType() == Qos::mapControlPlane_),
-                  "( key.pmapType() == Qos::mapControlPlane_ ) && ( key.direction() == "
-                  "Qos::input_ ) && ( key.cmapType() == Qos::mapControlPlane_ )");
+   NIMBAL_ASSERT_COPP_INPUT_KEY(key);
    // Only the class's first interface is counted.
-   auto const& intfs = classData->intfIdSet();
-   Orvik::IntfId const intf = intfs.empty() ? Orvik::IntfId::emptyIntfId() : *intfs.begin();
+   Orvik::IntfId const intf = coppClassIntf(classData);
    NimbalTypes::NimbalPort const port = getNimbalPortFromIntfId(scsd(), intf);
 
    Oskel::QosClassCounterData result;

@@ -1,27 +1,12 @@
 #include "Kiv/Assert.h"
 #include "Kiv/Trace.h"
+#include "NimbalQos/NimbalQosCoppClass.h"
 #include "NimbalQos/NimbalQosProtectionHelper.h"
 #include "NimbalQos/NimbalQosSharedHelper.h"
 
 namespace Nimbal {
 
 namespace {
-
-// Control-plane policies are input policies of control-plane class maps only.
-constexpr char const* coppInputKeyText =
-    "( key.pmapType() == Qos::mapControlPlane_ ) && ( key.direction() == Qos::input_ ) && "
-    "( key.cmapType() == Qos::mapControlPlane_ )";
-
-bool isCoppInputKey(Oskel::QosClassDataKey const& key) {
-   return (key.pmapType() == Qos::mapControlPlane_) && (key.direction() == Qos::input_) &&
-          (key.cmapType() == Qos::mapControlPlane_);
-}
-
-// The one interface of a CoPP class; the empty interface when the class has none yet.
-Orvik::IntfId coppClassIntf(Kiv::Ptr<Oskel::QosClassData> const& classData) {
-   auto const& intfs = classData->intfIdSet();
-   return intfs.empty() ? Orvik::IntfId::emptyIntfId() : *intfs.begin();
-}
 
 // The kernel's refill threshold: two thirds of the burst, multiplied first.
 U32 burstTokensOf(U32 burst) {
@@ -163,7 +148,7 @@ bool QosAclHelperV1::createAndAttachCoppPolicer(Kiv::Ptr<Oskel::QosClassData> co
       return true;
    }
    Oskel::QosClassDataKey const key = classData->key();
-   KIV_ASSERT_MSG(isCoppInputKey(key), coppInputKeyText);
+   NIMBAL_ASSERT_COPP_INPUT_KEY(key);
    S32 const cpuQId = coppClassCpuQId(mmuSm(), classData);
    KIV_ASSERT(classData->intfIds() == 1);
    Kiv::Ptr<Qos::PolicerData> const policerData = classData->policerData();
@@ -197,7 +182,7 @@ bool QosAclHelperV1::createAndAttachCoppPolicer(Kiv::Ptr<Oskel::QosClassData> co
 
 void QosAclHelperV1::destroyCoppPolicer(Kiv::Ptr<Oskel::QosClassData> const& classData) {
    Oskel::QosClassDataKey const key = classData->key();
-   KIV_ASSERT_MSG(isCoppInputKey(key), coppInputKeyText);
+   NIMBAL_ASSERT_COPP_INPUT_KEY(key);
    Orvik::IntfId const intf = coppClassIntf(classData);
    NimbalTypes::NimbalPort const port = getNimbalPortFromIntfId(scsd(), intf);
    Kiv::Ptr<NimbalQosCoppIntfPolicerData> const intfPolicerData = coppIntfPolicerData(intf);

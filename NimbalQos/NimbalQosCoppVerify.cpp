@@ -4,6 +4,7 @@
 #include "Kiv/Assert.h"
 #include "Kiv/Format.h"
 #include "Kiv/Trace.h"
+#include "NimbalQos/NimbalQosCoppClass.h"
 #include "NimbalQos/NimbalQosProtectionHelper.h"
 #include "NimbalQos/NimbalQosSdkCall.h"
 #include "NimbalQos/NimbalQosSharedHelper.h"
@@ -90,8 +91,7 @@ void QosAclHelperV1::verifyPolicer(Kiv::Ptr<Oskel::QosClassData> const& classDat
 
 void QosAclHelperV1::verifyCoppPolicer(Kiv::Ptr<Oskel::QosClassData> const& classData) {
    Oskel::QosClassDataKey const key = classData->key();
-   auto const& intfs = classData->intfIdSet();
-   Orvik::IntfId const intf = intfs.empty() ? Orvik::IntfId::emptyIntfId() : *intfs.begin();
+   Orvik::IntfId const intf = coppClassIntf(classData);
    NimbalTypes::NimbalPort const port =
        scsd()->nimbalIntfToPortCol().value(intf).value_or(NimbalTypes::NimbalPort::noPort());
    if (port == NimbalTypes::NimbalPort::noPort()) {

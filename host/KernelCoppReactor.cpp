@@ -56,9 +56,6 @@ void KernelCoppReactor::create(Key const& key) {
    } else {
       failed_.insert(key);
    }
-   if (afterKey_) {
-      afterKey_();
-   }
 }
 
 }  // namespace NimbalHost

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <any>
-#include <functional>
 #include <set>
 
 #include "Kiv/Entity.h"
@@ -30,8 +29,6 @@ class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
 
    std::set<Key> const& programmed() const { return programmed_; }
    std::set<Key> const& failed() const { return failed_; }
-   // Called after every key handled, so that a long start-up can trim what it keeps.
-   void afterKeyIs(std::function<void()> hook) { afterKey_ = std::move(hook); }
 
   protected:
    void onNotifier() override { sync(); }
@@ -43,7 +40,6 @@ class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
    Nimbal::QosAclHelperV1* helper_;
    std::set<Key> programmed_;
    std::set<Key> failed_;
-   std::function<void()> afterKey_;
 };
 
 }  // namespace NimbalHost

@@ -139,15 +139,6 @@ class ToggleFile {
    std::optional<std::string> previous_;
 };
 
-// The journal of SDK calls is for tests of the library; a long run keeps only the recent part.
-constexpr std::size_t journalKept = 20000;
-
-void trimJournal() {
-   if (::Shim::sdk_->journal().size() > journalKept) {
-      ::Shim::sdk_->journalDelAll();
-   }
-}
-
 }  // namespace
 
 SimAgent::SimAgent(Scenario const& scenario, std::FILE* out) : scenario_(scenario), out_(out) {
@@ -166,12 +157,13 @@ SimAgent::SimAgent(Scenario const& scenario, std::FILE* out) : scenario_(scenari
          throw ScenarioError(scenario_.file + ": switch: " + e.what());
       }
    }
+   // The journal of SDK calls is for tests of the library; the agent has no use for it.
+   switch_->sdk().journalLimitIs(0);
    if (!switch_->scsd()->verifyData()) {
       switch_->scsd()->verifyDataIs(new Oskel::VerifyData());
    }
    classes_ = std::make_unique<QosClassConfig>(*switch_);
    kernel_ = std::make_unique<KernelCoppReactor>(switch_->helper().ptr());
-   kernel_->afterKeyIs(trimJournal);
    kernel_->notifierIs(switch_->kernelCoppConfig());
    startUpReport();
    afterStep();
@@ -277,7 +269,6 @@ void SimAgent::afterStep() {
       reportedVxlanExhausted_ = exhausted;
       reportedVxlanRetry_ = retryAt;
    }
-   trimJournal();
 }
 
 void SimAgent::run() {

@@ -1,8 +1,10 @@
 #pragma once
 
-#include <functional>
+#include <deque>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Shim/BcmTypes.h"
@@ -22,7 +24,8 @@ struct SdkCall {
    std::string text() const { return name + "(" + args + ")"; }
 };
 
-// The SDK as the agent reaches it, backed by the simulated chip. Every call is journaled.
+// The SDK as the agent reaches it, backed by the simulated chip. Calls are journaled for tests;
+// the journal keeps the most recent calls only, or none.
 class Sdk {
   public:
    Sdk() = default;
@@ -32,7 +35,8 @@ class Sdk {
    // The chip behind the calls: set-up, read-back, tampering, packets.
    SimChip& chip() { return chip_; }
    SimChip const& chip() const { return chip_; }
-   // Empties the chip (unit 0 only), the journal, injected faults and hook counts.
+   // Empties the chip (unit 0 only), the journal (back to its default length), injected faults
+   // and hook counts.
    void reset();
 
    // Return codes and their texts.
@@ -54,15 +58,19 @@ class Sdk {
    bool pbmpEq(bcm_pbmp_t const& a, bcm_pbmp_t const& b) const { return a == b; }
 
    // Hooks that bracket each direct call: counted so that tests see they ran.
-   void preCall(std::string const& call);
+   void preCall(std::string_view call);
    void callFailed(std::string const& call, int rc);
    U64 preCalls() const { return preCalls_; }
    U64 callFailures() const { return callFailures_; }
    std::string const& lastFailedCall() const { return lastFailedCall_; }
    int lastFailedRc() const { return lastFailedRc_; }
 
-   // The journal of calls, in order.
-   std::vector<SdkCall> const& journal() const { return journal_; }
+   // The journal of calls, in order: the last journalLimit() of them.
+   std::deque<SdkCall> const& journal() const { return journal_; }
+   // How many calls the journal keeps; 0 keeps none and spares the cost of recording them.
+   void journalLimitIs(std::size_t calls);
+   std::size_t journalLimit() const { return journalLimit_; }
+   static constexpr std::size_t defaultJournalLimit = 100000;
    // The calls as "name(args)" texts; with a name, only the calls of that function.
    std::vector<std::string> journalTexts(std::string const& name = "") const;
    std::vector<std::string> journalNames() const;
@@ -122,11 +130,29 @@ class Sdk {
    int bcm_field_stat_destroy(int unit, int statId);
 
   private:
-   int call(char const* name, std::string args, std::function<int()> const& body);
+   // One call: an injected fault, or the chip's work; then the journal. The arguments are
+   // put into text only when the journal keeps them, and before the call changes them.
+   template <class Args, class Body>
+   int call(char const* name, Args&& args, Body&& body) {
+      std::string text;
+      if (journalLimit_ != 0) {
+         text = args();
+      }
+      std::optional<int> const fault = injectedFault(name);
+      int const rc = fault ? *fault : body();
+      if (journalLimit_ != 0) {
+         journalIs(name, std::move(text), rc, fault.has_value());
+      }
+      pendingPreCall_.clear();
+      return rc;
+   }
+   std::optional<int> injectedFault(char const* name);
+   void journalIs(char const* name, std::string args, int rc, bool injected);
 
    SimChip chip_;
-   std::vector<SdkCall> journal_;
-   std::map<std::string, std::vector<int>> faults_;
+   std::deque<SdkCall> journal_;
+   std::size_t journalLimit_ = defaultJournalLimit;
+   std::map<std::string, std::vector<int>, std::less<>> faults_;
    std::string pendingPreCall_;
    U64 preCalls_ = 0;
    U64 callFailures_ = 0;

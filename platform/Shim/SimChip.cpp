@@ -5,11 +5,82 @@
 namespace Shim {
 
 std::optional<Qualifier> EntryProgram::qualifier(QualKind k) const {
-   auto it = qualifiers.find(k);
-   if (it == qualifiers.end()) {
+   auto const i = static_cast<std::size_t>(k);
+   if (!(qualsSet_ & (1u << i))) {
+      return std::nullopt;
+   }
+   return quals_[i];
+}
+
+void EntryProgram::qualifierIs(QualKind k, Qualifier q) {
+   auto const i = static_cast<std::size_t>(k);
+   quals_[i] = q;
+   qualsSet_ = static_cast<U8>(qualsSet_ | (1u << i));
+}
+
+std::optional<ActionParams> EntryProgram::action(int action) const {
+   auto it = std::lower_bound(actions_.begin(), actions_.end(), action,
+                              [](auto const& a, int id) { return a.first < id; });
+   if (it == actions_.end() || it->first != action) {
       return std::nullopt;
    }
    return it->second;
+}
+
+void EntryProgram::actionIs(int action, ActionParams params) {
+   auto it = std::lower_bound(actions_.begin(), actions_.end(), action,
+                              [](auto const& a, int id) { return a.first < id; });
+   if (it != actions_.end() && it->first == action) {
+      it->second = params;
+   } else {
+      actions_.insert(it, {action, params});
+   }
+}
+
+bool EntryProgram::matches(PacketFields const& p) const {
+   for (std::size_t i = 0; i < qualKinds; ++i) {
+      if (!(qualsSet_ & (1u << i))) {
+         continue;
+      }
+      U32 value = 0;
+      switch (static_cast<QualKind>(i)) {
+         case QualKind::InPort:
+            value = p.port;
+            break;
+         case QualKind::CpuQueue:
+            value = p.cpuQueue;
+            break;
+         case QualKind::InnerVlanId:
+            value = p.innerVlan;
+            break;
+         case QualKind::InterfaceClassPort:
+            // Every packet to the CPU carries the CPU port's class bit.
+            value = 2;
+            break;
+      }
+      Qualifier const& q = quals_[i];
+      if ((value & q.mask) != (q.data & q.mask)) {
+         return false;
+      }
+   }
+   int const port = static_cast<int>(p.port);
+   if (inPorts && inPorts->mask.portMember(port) && !inPorts->data.portMember(port)) {
+      return false;
+   }
+   return true;
+}
+
+U64* FieldStat::count(int type) {
+   for (std::size_t i = 0; i < types.size(); ++i) {
+      if (types[i] == type) {
+         return &counts[i];
+      }
+   }
+   return nullptr;
+}
+
+U64 const* FieldStat::count(int type) const {
+   return const_cast<FieldStat*>(this)->count(type);
 }
 
 void SimChip::reset() {
@@ -185,14 +256,19 @@ int SimChip::entryCreate(int unit, bcm_field_group_t group, bcm_field_entry_t* e
    if (!entry) {
       return BCM_E_PARAM;
    }
-   bcm_field_entry_t id = u->autoEntryFloor;
-   while (u->entries.count(id)) {
-      ++id;
-   }
+   bool const reused = !u->freeAutoEntryIds.empty();
+   bcm_field_entry_t id = reused ? *u->freeAutoEntryIds.begin() : u->nextAutoEntryId;
    int rc = entryAdd(*u, group, id);
    if (rc == BCM_E_NONE) {
       *entry = id;
-      u->autoEntryFloor = id + 1;
+      if (reused) {
+         u->freeAutoEntryIds.erase(u->freeAutoEntryIds.begin());
+      } else {
+         // Ids above may have been taken by number.
+         do {
+            ++u->nextAutoEntryId;
+         } while (u->entries.count(u->nextAutoEntryId));
+      }
    }
    return rc;
 }
@@ -208,7 +284,14 @@ int SimChip::entryCreateId(int unit, bcm_field_group_t group, bcm_field_entry_t 
    if (u->entries.count(entry)) {
       return BCM_E_EXISTS;
    }
-   return entryAdd(*u, group, entry);
+   int rc = entryAdd(*u, group, entry);
+   if (rc == BCM_E_NONE) {
+      u->freeAutoEntryIds.erase(entry);
+      while (u->entries.count(u->nextAutoEntryId)) {
+         ++u->nextAutoEntryId;
+      }
+   }
+   return rc;
 }
 
 void SimChip::metersRelease(Unit& u, FieldEntry& e) {
@@ -219,12 +302,49 @@ void SimChip::metersRelease(Unit& u, FieldEntry& e) {
    e.metersHeld = 0;
 }
 
+void SimChip::entryForget(Unit& u, FieldEntry& e) {
+   if (e.installed) {
+      auto it = u.packetIndex.find(e.group);
+      if (it != u.packetIndex.end()) {
+         it->second.remove(&e);
+         if (it->second.empty()) {
+            u.packetIndex.erase(it);
+         }
+      }
+   }
+   for (EntryProgram const* p : {&e.sw, &e.hw}) {
+      for (bcm_policer_t id : p->policer) {
+         if (id == 0) {
+            continue;
+         }
+         auto it = u.policerRefs.find(id);
+         if (it != u.policerRefs.end() && --it->second == 0) {
+            u.policerRefs.erase(it);
+         }
+      }
+   }
+}
+
+void SimChip::entryNote(Unit& u, FieldEntry& e) {
+   if (e.installed) {
+      u.packetIndex[e.group].add(&e);
+   }
+   for (EntryProgram const* p : {&e.sw, &e.hw}) {
+      for (bcm_policer_t id : p->policer) {
+         if (id != 0) {
+            ++u.policerRefs[id];
+         }
+      }
+   }
+}
+
 int SimChip::entryDestroy(int unit, bcm_field_entry_t entry) {
    Unit* u;
    FieldEntry* e;
    if (int rc = entryFind(unit, entry, u, e); rc != BCM_E_NONE) {
       return rc;
    }
+   entryForget(*u, *e);
    metersRelease(*u, *e);
    if (e->statId) {
       auto sit = u->stats.find(e->statId);
@@ -237,8 +357,8 @@ int SimChip::entryDestroy(int unit, bcm_field_entry_t entry) {
       --git->second.entriesInUse;
    }
    u->entries.erase(entry);
-   if (entry >= firstAutoEntryId && entry < u->autoEntryFloor) {
-      u->autoEntryFloor = entry;
+   if (entry >= firstAutoEntryId && entry < u->nextAutoEntryId) {
+      u->freeAutoEntryIds.insert(entry);
    }
    return BCM_E_NONE;
 }
@@ -258,8 +378,10 @@ int SimChip::entryInstall(int unit, bcm_field_entry_t entry) {
    }
    g.metersInUse = g.metersInUse + static_cast<U32>(need) - static_cast<U32>(e->metersHeld);
    e->metersHeld = need;
-   e->hw = e->sw;
-   e->installed = true;
+   entryChange(*u, *e, [e] {
+      e->hw = e->sw;
+      e->installed = true;
+   });
    return BCM_E_NONE;
 }
 
@@ -271,8 +393,10 @@ int SimChip::entryRemove(int unit, bcm_field_entry_t entry) {
    }
    // Removing an entry that is not in hardware leaves nothing to do.
    metersRelease(*u, *e);
-   e->hw = EntryProgram();
-   e->installed = false;
+   entryChange(*u, *e, [e] {
+      e->hw = EntryProgram();
+      e->installed = false;
+   });
    return BCM_E_NONE;
 }
 
@@ -283,10 +407,12 @@ int SimChip::entryPrioSet(int unit, bcm_field_entry_t entry, int priority) {
       return rc;
    }
    // Moving an installed entry moves it in hardware at once.
-   e->sw.priority = priority;
-   if (e->installed) {
-      e->hw.priority = priority;
-   }
+   entryChange(*u, *e, [e, priority] {
+      e->sw.priority = priority;
+      if (e->installed) {
+         e->hw.priority = priority;
+      }
+   });
    return BCM_E_NONE;
 }
 
@@ -296,7 +422,7 @@ int SimChip::qualify(int unit, bcm_field_entry_t entry, QualKind kind, U32 data,
    if (int rc = entryFind(unit, entry, u, e); rc != BCM_E_NONE) {
       return rc;
    }
-   e->sw.qualifiers[kind] = Qualifier{data, mask};
+   e->sw.qualifierIs(kind, Qualifier{data, mask});
    return BCM_E_NONE;
 }
 
@@ -307,7 +433,7 @@ int SimChip::qualifyInPorts(int unit, bcm_field_entry_t entry, bcm_pbmp_t const&
    if (int rc = entryFind(unit, entry, u, e); rc != BCM_E_NONE) {
       return rc;
    }
-   e->sw.inPorts = PortsQualifier{data, mask};
+   e->sw.inPorts = std::make_shared<PortsQualifier const>(PortsQualifier{data, mask});
    return BCM_E_NONE;
 }
 
@@ -317,7 +443,7 @@ int SimChip::actionAdd(int unit, bcm_field_entry_t entry, int action, U32 param0
    if (int rc = entryFind(unit, entry, u, e); rc != BCM_E_NONE) {
       return rc;
    }
-   e->sw.actions[action] = ActionParams{param0, param1};
+   e->sw.actionIs(action, ActionParams{param0, param1});
    return BCM_E_NONE;
 }
 
@@ -331,12 +457,12 @@ int SimChip::actionGet(int unit, bcm_field_entry_t entry, int action, U32* param
    if (!param0 || !param1) {
       return BCM_E_PARAM;
    }
-   auto it = e->sw.actions.find(action);
-   if (it == e->sw.actions.end()) {
+   std::optional<ActionParams> const params = e->sw.action(action);
+   if (!params) {
       return BCM_E_NOT_FOUND;
    }
-   *param0 = it->second.param0;
-   *param1 = it->second.param1;
+   *param0 = params->param0;
+   *param1 = params->param1;
    return BCM_E_NONE;
 }
 

@@ -2,16 +2,21 @@
 
 #include <array>
 #include <map>
+#include <memory>
 #include <optional>
+#include <set>
+#include <unordered_map>
 #include <vector>
 
 #include "Shim/BcmTypes.h"
 #include "Shim/Meter.h"
+#include "Shim/PacketIndex.h"
 
 namespace Shim {
 
 // The qualifiers of a field entry that hold one value and mask each.
 enum class QualKind { InPort, CpuQueue, InnerVlanId, InterfaceClassPort };
+inline constexpr std::size_t qualKinds = 4;
 
 struct Qualifier {
    U32 data = 0;
@@ -32,16 +37,26 @@ struct ActionParams {
 };
 
 // What an entry says. An entry has two: the one being edited and the one written to hardware
-// by the last install.
+// by the last install. Kept small: a switch holds tens of thousands of them.
 struct EntryProgram {
-   std::map<QualKind, Qualifier> qualifiers;
-   std::optional<PortsQualifier> inPorts;
-   std::map<int, ActionParams> actions;
    std::array<bcm_policer_t, 2> policer{0, 0};  // by level; 0 is none
    int priority = 0;
+   // Port bitmaps are rare and large: shared between the two programs, never changed in place.
+   std::shared_ptr<PortsQualifier const> inPorts;
 
    std::optional<Qualifier> qualifier(QualKind k) const;
-   bool hasAction(int action) const { return actions.count(action) != 0; }
+   void qualifierIs(QualKind k, Qualifier q);
+   bool hasAction(int action) const { return this->action(action).has_value(); }
+   std::optional<ActionParams> action(int action) const;
+   // Adding an action again replaces its parameters.
+   void actionIs(int action, ActionParams params);
+   // Every qualifier agrees with the packet.
+   bool matches(PacketFields const& p) const;
+
+  private:
+   std::array<Qualifier, qualKinds> quals_{};
+   U8 qualsSet_ = 0;                                    // a bit per QualKind
+   std::vector<std::pair<int, ActionParams>> actions_;  // by action
 };
 
 struct FieldEntry {
@@ -64,7 +79,10 @@ struct FieldStat {
    int id = 0;
    bcm_field_group_t group = 0;
    std::vector<int> types;
-   std::map<int, U64> counts;  // by stat type
+   std::vector<U64> counts;  // by position in `types`
+
+   U64* count(int type);
+   U64 const* count(int type) const;
    bcm_field_entry_t entry = 0;
 };
 
@@ -176,10 +194,14 @@ class SimChip {
       std::map<bcm_policer_t, Policer> policers;
       std::map<int, FieldStat> stats;
       bcm_policer_t nextPolicerId = 1;
-      // Every automatic entry id below this one is taken: the search for the lowest free id
-      // starts here.
-      bcm_field_entry_t autoEntryFloor = firstAutoEntryId;
+      // Automatic entry ids: every id from nextAutoEntryId up is free; below it, freeAutoEntryIds.
+      bcm_field_entry_t nextAutoEntryId = firstAutoEntryId;
+      std::set<bcm_field_entry_t> freeAutoEntryIds;
       int nextStatId = 1;
+      // Installed entries by group, for packets.
+      std::map<bcm_field_group_t, PacketIndex> packetIndex;
+      // How many program slots (edited or installed) name each policer.
+      std::unordered_map<bcm_policer_t, int> policerRefs;
    };
 
    Unit* unitFind(int unit);
@@ -190,7 +212,16 @@ class SimChip {
    void metersRelease(Unit& u, FieldEntry& e);
    bool policerInUse(Unit const& u, bcm_policer_t id) const;
    int entryAdd(Unit& u, bcm_field_group_t group, bcm_field_entry_t entry);
-   static bool matches(EntryProgram const& p, int port, int cpuQueue, int innerVlan);
+   // Every change to what an entry matches or which policers it names goes through here, so
+   // that the packet index and the policer references follow it.
+   template <class Change>
+   void entryChange(Unit& u, FieldEntry& e, Change&& change) {
+      entryForget(u, e);
+      change();
+      entryNote(u, e);
+   }
+   void entryForget(Unit& u, FieldEntry& e);
+   void entryNote(Unit& u, FieldEntry& e);
 
    std::map<int, Unit> units_;
 };

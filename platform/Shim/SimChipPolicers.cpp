@@ -7,15 +7,7 @@
 namespace Shim {
 
 bool SimChip::policerInUse(Unit const& u, bcm_policer_t id) const {
-   for (auto const& kv : u.entries) {
-      FieldEntry const& e = kv.second;
-      for (int level = 0; level < 2; ++level) {
-         if (e.sw.policer[level] == id || e.hw.policer[level] == id) {
-            return true;
-         }
-      }
-   }
-   return false;
+   return u.policerRefs.count(id) != 0;
 }
 
 int SimChip::policerAttach(int unit, bcm_field_entry_t entry, int level, bcm_policer_t policer) {
@@ -33,7 +25,7 @@ int SimChip::policerAttach(int unit, bcm_field_entry_t entry, int level, bcm_pol
    if (e->sw.policer[level] != 0) {
       return BCM_E_EXISTS;
    }
-   e->sw.policer[level] = policer;
+   entryChange(*u, *e, [e, level, policer] { e->sw.policer[level] = policer; });
    return BCM_E_NONE;
 }
 
@@ -49,7 +41,7 @@ int SimChip::policerDetach(int unit, bcm_field_entry_t entry, int level) {
    if (e->sw.policer[level] == 0) {
       return BCM_E_NOT_FOUND;
    }
-   e->sw.policer[level] = 0;
+   entryChange(*u, *e, [e, level] { e->sw.policer[level] = 0; });
    return BCM_E_NONE;
 }
 
@@ -150,9 +142,7 @@ int SimChip::statCreate(int unit, bcm_field_group_t group, int nstat, int const*
    s.id = id;
    s.group = group;
    s.types.assign(types, types + nstat);
-   for (int t : s.types) {
-      s.counts[t] = 0;
-   }
+   s.counts.assign(s.types.size(), 0);
    *statId = id;
    return BCM_E_NONE;
 }
@@ -190,11 +180,11 @@ int SimChip::statGet(int unit, int statId, int statType, U64* value) const {
    if (it == u->stats.end()) {
       return BCM_E_NOT_FOUND;
    }
-   auto cit = it->second.counts.find(statType);
-   if (cit == it->second.counts.end()) {
+   U64 const* count = it->second.count(statType);
+   if (!count) {
       return BCM_E_PARAM;
    }
-   *value = cit->second;
+   *value = *count;
    return BCM_E_NONE;
 }
 
@@ -291,8 +281,10 @@ bool SimChip::tamperDetachPolicer(int unit, bcm_field_entry_t entry, int level) 
       return false;
    }
    // As if someone had detached it and re-installed the entry: the meter goes back too.
-   e->sw.policer[level] = 0;
-   e->hw.policer[level] = 0;
+   entryChange(*u, *e, [e, level] {
+      e->sw.policer[level] = 0;
+      e->hw.policer[level] = 0;
+   });
    if (e->metersHeld > 0) {
       --e->metersHeld;
       FieldGroup& g = groupMake(*u, e->group);
@@ -306,34 +298,6 @@ bool SimChip::tamperDestroyPolicer(int unit, bcm_policer_t id) {
    return u && u->policers.erase(id) != 0;
 }
 
-bool SimChip::matches(EntryProgram const& p, int port, int cpuQueue, int innerVlan) {
-   for (auto const& [kind, q] : p.qualifiers) {
-      U32 value = 0;
-      switch (kind) {
-         case QualKind::InPort:
-            value = static_cast<U32>(port);
-            break;
-         case QualKind::CpuQueue:
-            value = static_cast<U32>(cpuQueue) & 0xFFu;
-            break;
-         case QualKind::InnerVlanId:
-            value = static_cast<U32>(innerVlan) & 0xFFFFu;
-            break;
-         case QualKind::InterfaceClassPort:
-            // Every packet to the CPU carries the CPU port's class bit.
-            value = 2;
-            break;
-      }
-      if ((value & q.mask) != (q.data & q.mask)) {
-         return false;
-      }
-   }
-   if (p.inPorts && p.inPorts->mask.portMember(port) && !p.inPorts->data.portMember(port)) {
-      return false;
-   }
-   return true;
-}
-
 PacketResult SimChip::sendToCpu(int unit, int port, int cpuQueue, int innerVlan) {
    return sendToCpu(unit, port, cpuQueue, innerVlan, Kiv::activityClock()->now());
 }
@@ -344,34 +308,26 @@ PacketResult SimChip::sendToCpu(int unit, int port, int cpuQueue, int innerVlan,
    if (!u) {
       return result;
    }
-   for (auto const& gkv : u->groups) {
-      FieldEntry* best = nullptr;
-      // Entries are walked by id, so among equal priorities the lowest id wins.
-      for (auto& ekv : u->entries) {
-         FieldEntry& e = ekv.second;
-         if (e.group != gkv.first || !e.installed || !matches(e.hw, port, cpuQueue, innerVlan)) {
-            continue;
-         }
-         if (!best || e.hw.priority > best->hw.priority) {
-            best = &e;
-         }
-      }
+   PacketFields const fields{static_cast<U32>(port), static_cast<U32>(cpuQueue) & 0xFFu,
+                             static_cast<U32>(innerVlan) & 0xFFFFu};
+   // Groups without an installed entry have no index; the rest are met in group order.
+   for (auto const& [group, index] : u->packetIndex) {
+      FieldEntry* best = index.match(fields);
       if (!best) {
          continue;
       }
-      PacketMatch m{best->id, gkv.first, false};
+      PacketMatch m{best->id, group, false};
       auto pit = u->policers.find(best->hw.policer[0]);
       if (best->hw.policer[0] != 0 && pit != u->policers.end()) {
          Policer& pol = pit->second;
          m.red = !pol.bucket.take(time, pol.config.ckbits_sec(), pol.config.ckbits_burst());
       }
-      if (best->statId) {
-         FieldStat& s = u->stats[best->statId];
-         if (auto c = s.counts.find(bcmFieldStatPackets); c != s.counts.end()) {
-            ++c->second;
+      if (auto sit = u->stats.find(best->statId); best->statId && sit != u->stats.end()) {
+         if (U64* c = sit->second.count(bcmFieldStatPackets)) {
+            ++*c;
          }
-         if (auto c = s.counts.find(bcmFieldStatRedPackets); m.red && c != s.counts.end()) {
-            ++c->second;
+         if (U64* c = sit->second.count(bcmFieldStatRedPackets); m.red && c) {
+            ++*c;
          }
       }
       if ((m.red && best->hw.hasAction(bcmFieldActionRpDrop)) ||

@@ -117,7 +117,7 @@ TEST_F(AclPorts, CoppEntryGetsTheWholeUnitBitmapEvenForASubsetOfInterfaces) {
 
    Shim::FieldEntry const* programmed = chip().entry(unit, entry_);
    ASSERT_NE(programmed, nullptr);
-   ASSERT_TRUE(programmed->sw.inPorts.has_value());
+   ASSERT_TRUE(programmed->sw.inPorts != nullptr);
    EXPECT_EQ(programmed->sw.inPorts->data.text(), "{1,2,3,4,5,6,7,8}");
    EXPECT_EQ(programmed->sw.inPorts->mask.text(), "{0,1,2,3,4,5,6,7,8,63}");
    EXPECT_EQ(platform_.coppIpEntryMgr->tcamEntryBcmPbmp(unit, entry_).text(), "{1,2,3,4,5,6,7,8}");
@@ -151,7 +151,7 @@ TEST_F(AclPorts, QosClassGoesStraightToTheBaseWithoutInPortsOrPermanentFlag) {
    setEntryPorts(cls);
    EXPECT_TRUE(Shim::sdk_->journalTexts("bcm_field_qualify_InPorts").empty());
    EXPECT_TRUE(Shim::sdk_->journal().empty());
-   EXPECT_FALSE(chip().entry(unit, entry_)->sw.inPorts.has_value());
+   EXPECT_FALSE(chip().entry(unit, entry_)->sw.inPorts != nullptr);
    EXPECT_FALSE(platform_.coppIpEntryMgr->tcamEntryBcmPbmpPermanent(unit, entry_));
    EXPECT_TRUE(platform_.coppIpEntryMgr->tcamEntryBcmPbmp(unit, entry_).empty());
    EXPECT_EQ(helper_->baseCalls(), std::vector<std::string>({"QosAclHelper::setEntryPorts"}));

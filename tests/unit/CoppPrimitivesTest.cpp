@@ -205,7 +205,7 @@ TEST_F(CoppPrimitives, InstallMetersTheEntryAndAddsRedDrop) {
    EXPECT_TRUE(fe.installed);
    EXPECT_EQ(fe.hw.policer[0], static_cast<int>(policer));
    ASSERT_TRUE(fe.hw.hasAction(Shim::bcmFieldActionRpDrop));
-   EXPECT_EQ(fe.hw.actions.at(Shim::bcmFieldActionRpDrop), (Shim::ActionParams{0, 0}));
+   EXPECT_EQ(fe.hw.action(Shim::bcmFieldActionRpDrop), std::optional(Shim::ActionParams{0, 0}));
    Shim::Policer const* pol = chip().policer(0, static_cast<int>(policer));
    ASSERT_NE(pol, nullptr);
    EXPECT_EQ(pol->config.flags(), 0x84u);

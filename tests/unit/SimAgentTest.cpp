@@ -88,6 +88,16 @@ TEST_F(SimAgentTest, StartUpReportsTheSwitchAndItsKernelCoppKeys) {
              8u * 39u);
 }
 
+// A long run's memory must not grow with its SDK calls: the agent keeps no journal of them.
+TEST_F(SimAgentTest, TheAgentKeepsNoJournalOfSdkCalls) {
+   start(R"({"police": {"interface": "Ethernet1", "class": "copp-system-bgp", "cir": 10, "bc": 1}},
+            {"advance": 1})");
+   play();
+   EXPECT_EQ(agent().sw().sdk().journalLimit(), 0u);
+   EXPECT_TRUE(agent().sw().sdk().journal().empty());
+   EXPECT_GT(agent().sw().chip().policers(0), 0u);
+}
+
 TEST_F(SimAgentTest, StartUpReportsPortsWithoutDefaultPolicer) {
    start("", R"({"interfaces": [{"name": "Ethernet1", "modId": 0, "port": 1},
                                {"name": "Ethernet2", "modId": 0, "port": 2},

@@ -454,6 +454,32 @@ TEST_F(SimChipTest, InjectedResourceFailureOfInstallLeavesEntryOut) {
    EXPECT_FALSE(chip().entry(0, e)->installed);
 }
 
+TEST_F(SimChipTest, JournalKeepsOnlyTheMostRecentCallsUpToItsLimit) {
+   EXPECT_EQ(sdk().journalLimit(), Sdk::defaultJournalLimit);
+   sdk().journalLimitIs(2);
+   bcm_field_entry_t e = newEntry();
+   sdk().bcm_field_qualify_InPort(0, e, 1, 0xFFFFFFFF);
+   sdk().bcm_field_qualify_CpuQueue(0, e, 2, 0x3F);
+   EXPECT_EQ(sdk().journalNames(),
+             (std::vector<std::string>{"bcm_field_qualify_InPort", "bcm_field_qualify_CpuQueue"}));
+   // Shortening it drops the oldest calls at once.
+   sdk().journalLimitIs(1);
+   EXPECT_EQ(sdk().journalNames(), std::vector<std::string>{"bcm_field_qualify_CpuQueue"});
+   sdk().reset();
+   EXPECT_EQ(sdk().journalLimit(), Sdk::defaultJournalLimit);
+}
+
+TEST_F(SimChipTest, AJournalOfNoCallsStillLetsCallsWorkAndFaultsFire) {
+   sdk().journalLimitIs(0);
+   bcm_field_entry_t e = newEntry();
+   EXPECT_EQ(sdk().bcm_field_qualify_InPort(0, e, 4, 0xFFFFFFFF), BCM_E_NONE);
+   sdk().failNextCallIs("bcm_field_entry_install", BCM_E_RESOURCE);
+   EXPECT_EQ(sdk().bcm_field_entry_install(0, e), BCM_E_RESOURCE);
+   EXPECT_EQ(sdk().bcm_field_entry_install(0, e), BCM_E_NONE);
+   EXPECT_TRUE(sdk().journal().empty());
+   EXPECT_EQ(chip().entry(0, e)->hw.qualifier(QualKind::InPort), (Qualifier{4, 0xFFFFFFFF}));
+}
+
 TEST_F(SimChipTest, HooksAreCountedAndTheJournalSeesThePreCallHook) {
    bcm_field_entry_t e = newEntry();
    EXPECT_EQ(sdk().preCalls(), 0u);

@@ -163,13 +163,4 @@ TEST_F(KernelCoppReactorTest, RetryGoesInKeyOrder) {
              (std::vector<std::string>{"create (0,1,5)", "create (0,2,1)", "create (1,1,7)"}));
 }
 
-TEST_F(KernelCoppReactorTest, HookRunsAfterEveryKey) {
-   int runs = 0;
-   reactor.afterKeyIs([&runs] { ++runs; });
-   publish(a, 1);
-   publish(b, 1);
-   reactor.notifierIs(platform.kernelCoppConfig);
-   EXPECT_EQ(runs, 2);
-}
-
 }  // namespace

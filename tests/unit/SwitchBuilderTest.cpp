@@ -90,7 +90,7 @@ TEST_F(SwitchBuilder, EveryPortHasAMeteredDefaultEntryOnTheExactSourcePort) {
       EXPECT_EQ(e->hw.qualifier(QualKind::InnerVlanId), (Qualifier{0, 0}));
       EXPECT_EQ(e->hw.qualifier(QualKind::InterfaceClassPort), (Qualifier{2, 2}));
       ASSERT_TRUE(e->hw.hasAction(Shim::bcmFieldActionRpDrop));
-      EXPECT_EQ(e->hw.actions.at(Shim::bcmFieldActionRpDrop), (Shim::ActionParams{0, 0}));
+      EXPECT_EQ(e->hw.action(Shim::bcmFieldActionRpDrop), std::optional(Shim::ActionParams{0, 0}));
       EXPECT_EQ(e->hw.priority, sw().efpCoppDefAndVxlanEntryMgr()->entryPriority());
       EXPECT_EQ(e->hw.policer[0], static_cast<int>(record.policerId()));
 

@@ -470,7 +470,7 @@ TEST_F(VxlanCopp, RecirculationNarrowsThePortDefaultEntryToTheDropQueue) {
    EXPECT_EQ(sdk().journalTexts("bcm_field_qualify_CpuQueue").back(),
              "bcm_field_qualify_CpuQueue(0, " + std::to_string(id) + ", 0x0, 0x3f)");
    // The qualifier is made with the activity lock released, then the entry is installed again.
-   std::vector<Shim::SdkCall> const& journal = sdk().journal();
+   auto const& journal = sdk().journal();
    auto const qualify = std::find_if(journal.rbegin(), journal.rend(), [](Shim::SdkCall const& c) {
       return c.name == "bcm_field_qualify_CpuQueue";
    });

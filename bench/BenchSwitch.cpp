@@ -1,5 +1,6 @@
 #include "bench/BenchSwitch.h"
 
+#include <malloc.h>
 #include <time.h>
 
 #include <string>
@@ -30,6 +31,17 @@ Agent::Agent(NimbalHost::SwitchConfig const& config) : sw(NimbalHost::buildSwitc
 Agent::~Agent() {
    reactor.reset();
    sw.reset();
+}
+
+void warmHeap() {
+   static bool const warm = [] {
+      ::mallopt(M_TRIM_THRESHOLD, 1 << 30);
+      ::mallopt(M_MMAP_THRESHOLD, 32 << 20);  // the largest glibc takes
+      Agent a(scaleSwitch(modulesAtFullScale));
+      a.boot();
+      return true;
+   }();
+   (void)warm;
 }
 
 double threadSeconds() {

@@ -34,6 +34,11 @@ struct Agent {
    std::unique_ptr<NimbalHost::KernelCoppReactor> reactor;
 };
 
+// Once per process: one untimed boot at full scale, and freed heap kept rather than given back,
+// so that every timed run meets a heap that is already the process's, whatever ran before it.
+// Without it the first benchmark pays the kernel's first touch of the memory the later reuse.
+void warmHeap();
+
 // Seconds of this thread's processor time that `work` takes: on a shared machine, time spent
 // waiting for a processor is not the work's.
 double threadSeconds();

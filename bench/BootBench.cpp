@@ -19,6 +19,7 @@ void checkProgrammed(benchmark::State& state, Agent const& a, std::size_t keys) 
 
 void B1_Boot(benchmark::State& state) {
    Kiv::ActivityScope activity;
+   warmHeap();
    std::size_t keys = 0;
    for (auto _ : state) {
       Agent a(scaleSwitch(static_cast<int>(state.range(0))));
@@ -32,6 +33,7 @@ BENCHMARK(B1_Boot)->Arg(1)->Arg(4)->UseManualTime()->Iterations(3)->Unit(benchma
 
 void B1_BootBare(benchmark::State& state) {
    Kiv::ActivityScope activity;
+   warmHeap();
    std::size_t keys = 0;
    for (auto _ : state) {
       Agent a(scaleSwitch(static_cast<int>(state.range(0))));
@@ -50,6 +52,7 @@ BENCHMARK(B1_BootBare)
 
 void B2_Teardown(benchmark::State& state) {
    Kiv::ActivityScope activity;
+   warmHeap();
    std::size_t keys = 0;
    for (auto _ : state) {
       Agent a(scaleSwitch(static_cast<int>(state.range(0))));
@@ -71,6 +74,7 @@ BENCHMARK(B2_Teardown)->Arg(4)->UseManualTime()->Iterations(3)->Unit(benchmark::
 
 void B2_TeardownBare(benchmark::State& state) {
    Kiv::ActivityScope activity;
+   warmHeap();
    std::size_t keys = 0;
    for (auto _ : state) {
       Agent a(scaleSwitch(static_cast<int>(state.range(0))));

@@ -26,6 +26,7 @@ void onePacketPerKey(Agent& a) {
 template <bool hardware>
 void showTable(benchmark::State& state) {
    Kiv::ActivityScope activity;
+   warmHeap();
    Agent a(scaleSwitch(static_cast<int>(state.range(0))));
    a.boot();
    onePacketPerKey(a);
@@ -54,6 +55,7 @@ BENCHMARK(B3_ShowSw)->Arg(1)->Arg(4)->Iterations(5)->Unit(benchmark::kMillisecon
 // 125 interfaces with eight policed classes each.
 void B5_Poll(benchmark::State& state) {
    Kiv::ActivityScope activity;
+   warmHeap();
    Agent a(scaleSwitch(1, 125));
    a.boot();
    NimbalHost::QosClassConfig classes(*a.sw);

@@ -14,6 +14,7 @@ using namespace NimbalBench;
 // packet meets); 0 is eight ports with one queue: eight entries.
 void B8_Packet(benchmark::State& state) {
    Kiv::ActivityScope activity;
+   warmHeap();
    int const ports = static_cast<int>(state.range(0));
    Agent a(ports == 0 ? scaleSwitch(1, 8, 1) : scaleSwitch(1, ports));
    a.boot();

@@ -14,6 +14,7 @@ using namespace NimbalBench;
 // 15 ports: with 40 queues, 600 keys (512 programmed, 88 left to the retry); with 10, 150.
 void B4_VxlanSync(benchmark::State& state) {
    Kiv::ActivityScope activity;
+   warmHeap();
    // The agent hands log messages to its logger; what that costs is not the library's.
    Kiv::logSinkIs([](Kiv::LogHandle const&, std::string const&) {});
    NimbalHost::SwitchConfig config = scaleSwitch(1, 15, static_cast<int>(state.range(0)));

@@ -1,5 +1,6 @@
 #include "host/KernelCoppReactor.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace NimbalHost {
@@ -16,8 +17,9 @@ void KernelCoppReactor::sync() {
    if (!config) {
       return;
    }
-   std::vector<Key> const all = config->coppInfoCol().keys();
-   std::set<Key> const keys(all.begin(), all.end());
+   // In key order; sorted in place, not copied into a tree: a switch has tens of thousands.
+   std::vector<Key> keys = config->coppInfoCol().keys();
+   std::sort(keys.begin(), keys.end());
    for (Key const& key : keys) {
       if (!programmed_.count(key) && !failed_.count(key)) {
          handle(key);

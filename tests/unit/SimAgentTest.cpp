@@ -444,6 +444,20 @@ TEST_F(SimAgentTest, VerifyReportsEachDifferenceAndTheirNumber) {
    EXPECT_TRUE(hasLine("  Ethernet2 queue 0 has no programmed meter: nothing was changed"));
 }
 
+// Verify expects each class to hold the queue it runs on.
+TEST_F(SimAgentTest, EveryStaticClassOfTheBuiltInTableVerifiesWithoutDifferences) {
+   std::string steps;
+   for (Nimbal::MmuCpuQRow const& row : Nimbal::builtInCpuQTable()) {
+      for (std::string const& c : row.classes) {
+         steps += R"({"police": {"interface": "Ethernet1", "class": ")" + c +
+                  R"(", "cir": 300, "bc": 30}}, )";
+      }
+   }
+   start(steps + R"({"verify": {}})");
+   play();
+   EXPECT_TRUE(hasLine("verify: 0 differences"));
+}
+
 TEST_F(SimAgentTest, PlotHasAPanelPerFlow) {
    start(R"({"traffic": {"interface": "Ethernet1", "queue": 1, "pps": 10, "seconds": 1}},
             {"traffic": {"interface": "Ethernet2", "queue": 1, "pps": 10, "seconds": 1}},

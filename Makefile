@@ -1,6 +1,6 @@
 # The two entry points: `make demo` plays the simulator's demo, `make test` runs every test
 # on the release build and then on the sanitizer build. Both install what is missing first.
-.PHONY: demo test bench setup release sanitize debug clean
+.PHONY: demo test bench setup release sanitize debug clean random-long
 
 setup:
 	@./scripts/setup.sh
@@ -27,6 +27,14 @@ bench: release
 test: release sanitize
 	ctest --preset release
 	ctest --preset sanitize
+
+# Long random histories on the release build: HISTORIES histories of STEPS steps, seeds from SEED.
+SEED ?= 1000
+HISTORIES ?= 50
+STEPS ?= 10000
+random-long: release
+	./build/release/bin/nimbal_random_histories --gtest_filter=RandomHistories.* \
+	  --seed=$(SEED) --histories=$(HISTORIES) --steps=$(STEPS)
 
 clean:
 	rm -rf build

@@ -384,7 +384,7 @@ void SimAgent::traffic(step::Traffic const& s) {
       return;
    }
    NimbalTypes::NimbalPort const source = switch_->port(Orvik::IntfId(s.interface));
-   U32 const unit = source.unit();
+   U32 unit = source.unit();
    U32 inPort = source.logicalPort();
    U16 innerVlan = 0;
    if (s.vxlan) {
@@ -409,7 +409,10 @@ void SimAgent::traffic(step::Traffic const& s) {
             line("  no VXLAN recirculation interface: nothing was sent");
             return;
          }
-         inPort = switch_->port(Orvik::IntfId(*sameUnit)).logicalPort();
+         // It arrives where the recirculation interface is, which may be another unit.
+         NimbalTypes::NimbalPort const recircPort = switch_->port(Orvik::IntfId(*sameUnit));
+         unit = recircPort.unit();
+         inPort = recircPort.logicalPort();
          line("  tunnel traffic of " + s.interface + " reaches the CPU from " + *sameUnit +
               " with inner VLAN " + std::to_string(innerVlan));
       }

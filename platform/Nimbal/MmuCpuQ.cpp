@@ -36,7 +36,7 @@ std::vector<MmuCpuQRow> const& builtInCpuQTable() {
        {23, "CoppSystemVrrp", 1000, 100, {"copp-system-vrrp"}, false},
        {24, "CoppSystemDhcp", 500, 50, {"copp-system-dhcp"}, false},
        {25, "CoppSystemDhcpRelay", 500, 50, {"copp-system-dhcprelay"}, false},
-       {26, "CoppSystemMgmt", 2000, 200, {"copp-system-ssh", "copp-system-snmp"}, false},
+       {26, "CoppSystemMgmt", 2000, 200, {"copp-system-ssh"}, false},
        {27, "CoppSystemNtp", 500, 50, {"copp-system-ntp"}, false},
        {28, "CoppSystemAaa", 500, 50, {"copp-system-aaa"}, false},
        {29, "CoppSystemPtp", 1000, 100, {"copp-system-ptp"}, false},
@@ -151,6 +151,10 @@ Kiv::String MmuCpuQSm::cpuQTableError(std::vector<MmuCpuQRow> const& rows) {
       }
       if (row.dynamic && !row.classes.empty()) {
          return queue + ": a dynamic queue has no static classes";
+      }
+      if (row.classes.size() > 1) {
+         return queue + ": a static queue serves one class, not " +
+                std::to_string(row.classes.size());
       }
       if (row.id == cpuCosqDrop_ && (row.dynamic || !row.classes.empty())) {
          return queue + ": the drop queue takes no class";

@@ -17,8 +17,9 @@ inline constexpr U32 cpuCosqDrop_ = 0;
 inline constexpr U32 mmuCpuQueues = 48;
 
 // One row of a CPU queue table: how a queue is named, what it lets through by default, and
-// which CoPP classes are mapped to it for good (static) or whether it serves the pool of
-// queues given to classes that have none (dynamic).
+// which CoPP class is mapped to it for good (static) or whether it serves the pool of queues
+// given to classes that have none (dynamic). A static queue serves one class: the class is the
+// queue's holder, which the helper checks when it verifies the class's policer.
 struct MmuCpuQRow {
    U32 id = 0;
    Kiv::String name;
@@ -40,7 +41,7 @@ struct CpuQBandwidth {
    bool operator==(CpuQBandwidth const& o) const = default;
 };
 
-// A CPU queue of the MMU. It is allocated while it has holders: its static classes plus the
+// A CPU queue of the MMU. It is allocated while it has holders: its static class, or the
 // classes that share it as a dynamic queue.
 class MmuCpuQ : public Kiv::Entity {
   public:
@@ -58,7 +59,7 @@ class MmuCpuQ : public Kiv::Entity {
    U32 users() const { return users_; }
 
    // The policy map and class map that hold the queue; for a static queue the CoPP policy
-   // map and its first static class.
+   // map and its class.
    Kiv::Name const& pmapName() const { return pmapName_; }
    Qos::MapType pmapType() const { return pmapType_; }
    Kiv::Name const& cmapName() const { return cmapName_; }

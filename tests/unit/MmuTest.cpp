@@ -94,7 +94,7 @@ TEST_F(MmuFixture, BuiltInTableIsValidAndEveryQueueFollowsItsRow) {
    EXPECT_EQ(dynamicIds(table).size(), 8u);
 }
 
-TEST_F(MmuFixture, StaticQueueIsHeldByTheCoppPolicyMapAndItsFirstClass) {
+TEST_F(MmuFixture, StaticQueueIsHeldByTheCoppPolicyMapAndItsClass) {
    Kiv::Ptr<MmuCpuQ> bgp = cpuQ(1);
    EXPECT_EQ(bgp->name(), "CoppSystemBgp");
    EXPECT_EQ(bgp->pmapName(), coppPMap);
@@ -106,14 +106,26 @@ TEST_F(MmuFixture, StaticQueueIsHeldByTheCoppPolicyMapAndItsFirstClass) {
 
    Kiv::Ptr<MmuCpuQ> mgmt = cpuQ(26);
    EXPECT_EQ(mgmt->cmapName(), "copp-system-ssh");
-   EXPECT_EQ(mgmt->allocated(), 2u);
+   EXPECT_EQ(mgmt->allocated(), 1u);
+}
+
+// The holder of a static queue is the class that verify expects to find on it.
+TEST_F(MmuFixture, EveryStaticQueueOfTheBuiltInTableIsHeldByEachOfItsClasses) {
+   auto const cp = Qos::mapControlPlane_;
+   for (MmuCpuQRow const& row : Nimbal::builtInCpuQTable()) {
+      for (Kiv::String const& c : row.classes) {
+         int const q = mmu->staticClassToCpuQId(coppPMap, cp, c, cp);
+         ASSERT_GE(q, 0) << c;
+         EXPECT_EQ(cpuQ(static_cast<U32>(q))->cmapName(), c);
+      }
+   }
 }
 
 TEST_F(MmuFixture, StaticClassesMapToTheirQueueOnlyInTheCoppPolicyMap) {
    EXPECT_EQ(mmu->coppPMapName(), "copp-system-policy");
    auto const cp = Qos::mapControlPlane_;
    EXPECT_EQ(mmu->staticClassToCpuQId(coppPMap, cp, "copp-system-bgp", cp), 1);
-   EXPECT_EQ(mmu->staticClassToCpuQId(coppPMap, cp, "copp-system-snmp", cp), 26);
+   EXPECT_EQ(mmu->staticClassToCpuQId(coppPMap, cp, "copp-system-ssh", cp), 26);
    EXPECT_EQ(mmu->staticClassToCpuQId(coppPMap, cp, "copp-system-default", cp), 39);
    EXPECT_EQ(mmu->staticClassToCpuQId(coppPMap, cp, "user-class", cp), -1);
    EXPECT_EQ(mmu->staticClassToCpuQId("other-policy", cp, "copp-system-bgp", cp), -1);
@@ -310,6 +322,11 @@ TEST_F(MmuFixture, BadQueueTablesAreRefusedAndTheOldOneStays) {
       auto rows = good;
       rows[2].classes = {""};
       cases.push_back({rows, "CPU queue 2: class name is empty"});
+   }
+   {
+      auto rows = good;
+      rows[26].classes = {"copp-system-ssh", "copp-system-snmp"};
+      cases.push_back({rows, "CPU queue 26: a static queue serves one class, not 2"});
    }
    for (Case const& c : cases) {
       EXPECT_EQ(MmuCpuQSm::cpuQTableError(c.rows), c.error);

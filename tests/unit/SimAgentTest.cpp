@@ -177,6 +177,22 @@ TEST_F(SimAgentTest, TunnelTrafficComesFromTheRecirculationPortWithTheSourceInTh
    EXPECT_TRUE(agent().traffic().flows().at(0).vxlan);
 }
 
+TEST_F(SimAgentTest, TunnelTrafficFromAnotherUnitArrivesOnTheUnitOfTheRecirculationPort) {
+   start(R"({"recirc": {"interface": "Ethernet1"}},
+            {"traffic": {"interface": "Ethernet2", "queue": 5, "pps": 2, "seconds": 1,
+                         "vxlan": true}})",
+         R"({"vxlanWorkaround": true, "modules": [{"modId": 0, "unit": 0}, {"modId": 1, "unit": 1}],
+             "interfaces": [{"name": "Ethernet1", "modId": 0, "port": 24},
+                            {"name": "Ethernet2", "modId": 1, "port": 5}]})");
+   play();
+   EXPECT_TRUE(
+       hasLine("  tunnel traffic of Ethernet2 reaches the CPU from Ethernet1 with inner VLAN 5"));
+   auto const onRecircUnit = agent().sw().pktDrv()->getDdeCoppCounters(0, 24, 5);
+   EXPECT_EQ(onRecircUnit.first + onRecircUnit.second, 2u);
+   auto const onSourceUnit = agent().sw().pktDrv()->getDdeCoppCounters(1, 24, 5);
+   EXPECT_EQ(onSourceUnit.first + onSourceUnit.second, 0u);
+}
+
 TEST_F(SimAgentTest, VxlanAndRecircSetTheSharedState) {
    start(R"({"vxlan": true}, {"recirc": {"interface": "Ethernet4"}},
             {"recirc": {"interface": "Ethernet5"}},
@@ -442,6 +458,20 @@ TEST_F(SimAgentTest, VerifyReportsEachDifferenceAndTheirNumber) {
                                        "verify: Policer CIR (kbps) programmed 9 != configured 300",
                                        "verify: 1 differences"}));
    EXPECT_TRUE(hasLine("  Ethernet2 queue 0 has no programmed meter: nothing was changed"));
+}
+
+// Verify expects each class to hold the queue it runs on.
+TEST_F(SimAgentTest, EveryStaticClassOfTheBuiltInTableVerifiesWithoutDifferences) {
+   std::string steps;
+   for (Nimbal::MmuCpuQRow const& row : Nimbal::builtInCpuQTable()) {
+      for (std::string const& c : row.classes) {
+         steps += R"({"police": {"interface": "Ethernet1", "class": ")" + c +
+                  R"(", "cir": 300, "bc": 30}}, )";
+      }
+   }
+   start(steps + R"({"verify": {}})");
+   play();
+   EXPECT_TRUE(hasLine("verify: 0 differences"));
 }
 
 TEST_F(SimAgentTest, PlotHasAPanelPerFlow) {

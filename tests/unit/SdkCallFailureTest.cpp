@@ -414,6 +414,90 @@ TEST_F(ReadBackDeathTest, AFailingRedDropReadOfAVxlanDefaultEntryEndsTheAgent) {
    }
 }
 
+// The SDK calls that the library makes through the agent's TCAM managers. Their failures are
+// the managers' to judge: apart from the resource codes that the library handles (see the
+// resource failure tests), a failing call ends the agent in the manager.
+
+struct ManagerCall {
+   char const* name;
+   char const* function;  // the SDK function failed
+   char const* site;      // the manager's operation that ends the agent, and its assertion
+   char const* assertion;
+};
+
+void PrintTo(ManagerCall const& call, std::ostream* os) {
+   *os << call.name;
+}
+
+constexpr char noneOnly[] = "rc == ::Shim::BCM_E_NONE";
+constexpr char noneOrNotFound[] = "rc == ::Shim::BCM_E_NONE || rc == ::Shim::BCM_E_NOT_FOUND";
+
+// A class's rate changes: its key's entry is released and a new one made, which reaches every
+// manager operation that the library uses.
+ManagerCall const managerCalls[] = {
+    {"DetachingTheMeter", "bcm_field_entry_policer_detach", "NimbalTcamEntryManager::attachPolicer",
+     noneOrNotFound},
+    // The unmetered install of a release is not looked at but for resources: the meter it
+    // still holds in hardware cannot be destroyed then.
+    {"InstallingTheUnmeteredEntry", "bcm_field_entry_install",
+     "NimbalTcamGroupManager::removePolicer", noneOrNotFound},
+    {"DestroyingTheMeter", "bcm_policer_destroy", "NimbalTcamGroupManager::removePolicer",
+     noneOrNotFound},
+    {"DestroyingTheEntry", "bcm_field_entry_destroy", "NimbalTcamEntryManager::destroyEntry",
+     noneOnly},
+    {"DestroyingTheStatistics", "bcm_field_stat_destroy", "NimbalTcamEntryManager::destroyEntry",
+     noneOnly},
+    {"CreatingTheEntry", "bcm_field_entry_create", "NimbalTcamEntryManager::entryAllocate",
+     noneOnly},
+    {"CreatingTheStatistics", "bcm_field_stat_create", "NimbalTcamEntryManager::entryAllocate",
+     noneOnly},
+    {"AttachingTheStatistics", "bcm_field_entry_stat_attach",
+     "NimbalTcamEntryManager::entryAllocate", noneOnly},
+    {"SettingThePriority", "bcm_field_entry_prio_set",
+     "NimbalTcamEntryManager::setPriorityForEntry", noneOnly},
+    {"CreatingTheMeter", "bcm_policer_create", "NimbalTcamGroupManager::createPolicer", noneOnly},
+    {"AttachingTheMeter", "bcm_field_entry_policer_attach", "NimbalTcamEntryManager::attachPolicer",
+     noneOnly},
+};
+
+std::string managerFile(std::string const& site) {
+   return site.rfind("NimbalTcamGroupManager::", 0) == 0 ? "platform/Nimbal/TcamGroupManager.cpp"
+                                                         : "platform/Nimbal/TcamEntryManager.cpp";
+}
+
+class ManagerSdkCall : public ::testing::TestWithParam<ManagerCall> {};
+
+TEST_P(ManagerSdkCall, ThatFailsEndsTheAgentInTheManager) {
+   ManagerCall const call = GetParam();
+   EXPECT_DEATH(
+       {
+          AgentBench bench;
+          bench.sw().sdk().failNextCallIs(call.function, Shim::BCM_E_INTERNAL);
+          bench.police("Ethernet1", "copp-system-bgp", 300, 30);
+          std::fprintf(stderr, "nothing failed\n");
+       },
+       "(^|\n)" + regexQuoted(managerFile(call.site)) + ":[0-9]+: [^\n]*" + regexQuoted(call.site) +
+           "[^\n]*Assertion `" + regexQuoted(call.assertion) + "' failed\\.");
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryManagerCall, ManagerSdkCall, ::testing::ValuesIn(managerCalls),
+                         [](::testing::TestParamInfo<ManagerCall> const& info) {
+                            return std::string(info.param.name);
+                         });
+
+// An install that fails for another reason than resources is not looked at: the key is
+// recorded as programmed although its entry is not in hardware.
+TEST(ManagerSdkCalls, AnInstallFailingForAnotherReasonThanResourcesIsNotLookedAt) {
+   AgentBench bench;
+   Oskel::ModIdPortQueueKey const key = bench.key("Ethernet1", 40);
+   bench.sw().sdk().failNextCallIs("bcm_field_entry_install", Shim::BCM_E_INTERNAL);
+   ASSERT_EQ(bench.police("Ethernet1", "user-telnet", 300, 30).cpuQ, 40u);
+   EXPECT_FALSE(bench.kernel().failed().count(key));
+   auto const record = bench.helper()->kernelDynamicCoppData(key);
+   ASSERT_TRUE(record);
+   EXPECT_FALSE(bench.sw().chip().entry(0, static_cast<int>(record->entry()))->installed);
+}
+
 // The table against the library's sources.
 
 TEST(SdkCallSites, TheTableListsEveryDirectCallOfTheLibrary) {

@@ -179,6 +179,8 @@ bool QosAclHelperV1::syncCoppVxlanDefaultPolicer(bool retry) {
 bool QosAclHelperV1::createCoppVxlanSrcPortPolicerByPortQueue(Oskel::ModIdPortQueueKey const& key) {
    KIV_ASSERT(vxlanCoppSrcPortWorkAroundNeeded());
    KIV_ASSERT(scsd()->vxlanEnabled());
+   // A key out of range is refused before a pool index is taken for it.
+   NimbalTypes::NimbalPort port = getNimbalPortFromModIdPortQueueKey(scsd(), key);
    U32 const entry = allocateCoppVxlanDynEntry();
    if (entry == coppVxlanDynEntryInvalid) {
       KIV_TRACE(defaultTraceHandle(), 4,
@@ -187,7 +189,6 @@ bool QosAclHelperV1::createCoppVxlanSrcPortPolicerByPortQueue(Oskel::ModIdPortQu
       return false;
    }
 
-   NimbalTypes::NimbalPort port = getNimbalPortFromModIdPortQueueKey(scsd(), key);
    U32 const unit = port.unit();
    Orvik::IntfId const intf = getIntfIdFromNimbalPort(scsd(), port);
    Kiv::Ptr<MmuCpuQ> const cpuQ = mmuSm()->cpuQColl()->cpuQ(key.queue());

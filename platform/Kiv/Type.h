@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <limits>
 #include <map>
 #include <sstream>
 #include <stdexcept>
@@ -39,16 +40,29 @@ T fromString(String const& s) {
       }
       throw std::invalid_argument("not a bool: " + s);
    } else if constexpr (std::is_integral_v<T> && std::is_unsigned_v<T>) {
+      // A value that does not fit the type is refused, never wrapped into another one.
       std::size_t used = 0;
-      unsigned long long v = std::stoull(s, &used, 0);
-      if (used != s.size() || s.find('-') != String::npos) {
+      unsigned long long v = 0;
+      try {
+         v = std::stoull(s, &used, 0);
+      } catch (std::logic_error const&) {
+         used = 0;
+      }
+      if (used == 0 || used != s.size() || s.find('-') != String::npos ||
+          v > std::numeric_limits<T>::max()) {
          throw std::invalid_argument("not an unsigned number: " + s);
       }
       return static_cast<T>(v);
    } else if constexpr (std::is_integral_v<T>) {
       std::size_t used = 0;
-      long long v = std::stoll(s, &used, 0);
-      if (used != s.size()) {
+      long long v = 0;
+      try {
+         v = std::stoll(s, &used, 0);
+      } catch (std::logic_error const&) {
+         used = 0;
+      }
+      if (used == 0 || used != s.size() || v < std::numeric_limits<T>::min() ||
+          v > std::numeric_limits<T>::max()) {
          throw std::invalid_argument("not a number: " + s);
       }
       return static_cast<T>(v);

@@ -155,6 +155,8 @@ class SimChip {
    Policer const* policer(int unit, bcm_policer_t id) const;
    std::size_t policers(int unit) const;
    FieldStat const* stat(int unit, int statId) const;
+   // Statistics that exist in the unit, attached or not.
+   std::size_t stats(int unit) const;
    // A statistic of the entry's attached counters, 0 when it has none.
    U64 entryStat(int unit, bcm_field_entry_t entry, int statType) const;
 

@@ -248,6 +248,11 @@ std::size_t SimChip::policers(int unit) const {
    return u ? u->policers.size() : 0;
 }
 
+std::size_t SimChip::stats(int unit) const {
+   Unit const* u = unitFind(unit);
+   return u ? u->stats.size() : 0;
+}
+
 FieldStat const* SimChip::stat(int unit, int statId) const {
    Unit const* u = unitFind(unit);
    if (!u) {

@@ -1,21 +1,20 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
 
-#include <csignal>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "Kiv/Activity.h"
 #include "Oskel/VerifyData.h"
 #include "Shim/Sdk.h"
+#include "unit/AbortReport.h"
 #include "unit/CoppHelperFixture.h"
 
 namespace {
 
 using CoppTest::CoppPlatform;
 using CoppTest::TraceCapture;
+using DeathTest::abortReportIs;
 using Nimbal::QosAclHelperV1;
 
 constexpr U32 unit = 3;
@@ -27,25 +26,6 @@ Oskel::QosClassDataKey const qosKey("pmap-qos", Qos::mapQos_, Qos::input_, "cmap
 
 Kiv::Ptr<Oskel::QosClassData> classOf(Oskel::QosClassDataKey const& key) {
    return Kiv::Ptr<Oskel::QosClassData>(new Oskel::QosClassData(key));
-}
-
-// What a dying child has to say: written to standard error when the process aborts, after the
-// assertion's own line, so that a death test can match state that only exists in the child.
-std::function<std::string()> abortReport;
-
-extern "C" void writeAbortReport(int) {
-   if (abortReport) {
-      std::string const text = "\nreport: " + abortReport() + "\n";
-      ssize_t const written = ::write(2, text.data(), text.size());
-      (void)written;
-   }
-   std::signal(SIGABRT, SIG_DFL);
-   std::raise(SIGABRT);
-}
-
-void abortReportIs(std::function<std::string()> report) {
-   abortReport = std::move(report);
-   std::signal(SIGABRT, writeAbortReport);
 }
 
 std::string joined(std::vector<std::string> const& parts) {

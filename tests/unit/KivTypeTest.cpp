@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <stdexcept>
 #include <thread>
 
@@ -64,6 +65,30 @@ TEST(KivType, ReadOnlyUnknownAndMalformedAreRefused) {
    EXPECT_THROW(Kiv::attributeValue(*w, "colour"), std::invalid_argument);
    EXPECT_THROW(Kiv::attributeValueIs(*w, "size", "-1"), std::invalid_argument);
    EXPECT_THROW(Kiv::attributeValueIs(*w, "on", "maybe"), std::invalid_argument);
+   EXPECT_EQ(w->size, 3u);
+}
+
+TEST(KivType, NumbersThatDoNotFitTheirTypeAreRefusedNotWrapped) {
+   EXPECT_EQ(Kiv::fromString<U16>("65535"), 65535u);
+   EXPECT_THROW(Kiv::fromString<U16>("65536"), std::invalid_argument);
+   EXPECT_THROW(Kiv::fromString<U16>("70000"), std::invalid_argument);
+   EXPECT_EQ(Kiv::fromString<U32>("4294967295"), 4294967295u);
+   EXPECT_THROW(Kiv::fromString<U32>("4294967296"), std::invalid_argument);
+   EXPECT_THROW(Kiv::fromString<U64>("99999999999999999999"), std::invalid_argument);
+   EXPECT_EQ(Kiv::fromString<S32>("-2147483648"), std::numeric_limits<S32>::min());
+   EXPECT_THROW(Kiv::fromString<S32>("2147483648"), std::invalid_argument);
+   EXPECT_THROW(Kiv::fromString<S32>("-99999999999999999999"), std::invalid_argument);
+   EXPECT_THROW(Kiv::fromString<U32>("abc"), std::invalid_argument);
+   EXPECT_THROW(Kiv::fromString<U32>(""), std::invalid_argument);
+   EXPECT_THROW(Kiv::fromString<U32>("5x"), std::invalid_argument);
+   try {
+      Kiv::fromString<U16>("70000");
+      ADD_FAILURE() << "70000 read as a U16";
+   } catch (std::invalid_argument const& e) {
+      EXPECT_STREQ(e.what(), "not an unsigned number: 70000");
+   }
+   Kiv::Ptr<Widget> w(new Widget());
+   EXPECT_THROW(Kiv::attributeValueIs(*w, "size", "4294967299"), std::invalid_argument);
    EXPECT_EQ(w->size, 3u);
 }
 

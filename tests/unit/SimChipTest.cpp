@@ -552,6 +552,20 @@ TEST_F(SimChipTest, StatisticsCountOnlyTheirTypesAndFollowTheirEntry) {
    EXPECT_EQ(sdk().bcm_field_stat_get(0, stat, bcmFieldStatPackets, &v), BCM_E_NOT_FOUND);
 }
 
+TEST_F(SimChipTest, StatisticsAreCountedUntilDestroyed) {
+   bcm_field_stat_t types[] = {bcmFieldStatPackets};
+   int first = 0;
+   int second = 0;
+   newEntry();
+   EXPECT_EQ(chip().stats(0), 0u);
+   EXPECT_EQ(sdk().bcm_field_stat_create(0, 7, 1, types, &first), BCM_E_NONE);
+   EXPECT_EQ(sdk().bcm_field_stat_create(0, 7, 1, types, &second), BCM_E_NONE);
+   EXPECT_EQ(chip().stats(0), 2u);
+   EXPECT_EQ(chip().stats(5), 0u);
+   EXPECT_EQ(sdk().bcm_field_stat_destroy(0, first), BCM_E_NONE);
+   EXPECT_EQ(chip().stats(0), 1u);
+}
+
 TEST_F(SimChipTest, CompressingAGroupIsCounted) {
    newEntry();
    EXPECT_EQ(sdk().bcm_field_group_compress(0, 7), BCM_E_NONE);

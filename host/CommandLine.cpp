@@ -105,12 +105,19 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOption
    app.add_option("--plot", options.plot,
                   "write an SVG chart of the traffic per flow over virtual time")
        ->type_name("FILE.svg");
+   std::string format = "text";
+   app.add_option("--format", format,
+                  "text: the transcript for a person (the default); json: the same run as JSON "
+                  "Lines, one object per event (host/transcript.schema.json)")
+       ->type_name("text|json")
+       ->check(CLI::IsMember({"text", "json"}));
    app.add_flag("--check", options.check, "read and check the scenario, run nothing");
    app.add_flag("--print-demo", options.printDemo,
                 "write the built-in demo scenario as JSON and end");
    app.footer(helpFooter());
    try {
       app.parse(argc, argv);
+      options.json = format == "json";
    } catch (CLI::CallForHelp const& e) {
       app.exit(e, out, err);
       return 0;

@@ -14,6 +14,7 @@ struct SimOptions {
    std::string plot;        // SVG file to write, or empty
    bool check = false;      // read and check the scenario only
    bool printDemo = false;  // write the built-in demo scenario
+   bool json = false;       // the transcript as JSON Lines
 };
 
 // Exit status of a command line that cannot be used.

@@ -5,13 +5,16 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <memory>
 
 #include "Kiv/Activity.h"
 #include "Kiv/Trace.h"
 #include "host/CommandLine.h"
 #include "host/Demo.h"
+#include "host/JsonTranscript.h"
 #include "host/Scenario.h"
 #include "host/SimAgent.h"
+#include "host/TextTranscript.h"
 
 int main(int argc, char** argv) {
    NimbalHost::SimOptions options;
@@ -51,8 +54,14 @@ int main(int argc, char** argv) {
 
    // The agent's event loop holds the activity lock; SDK calls release it for their duration.
    Kiv::ActivityScope activity;
+   std::unique_ptr<NimbalHost::TranscriptWriter> transcript;
+   if (options.json) {
+      transcript = std::make_unique<NimbalHost::JsonTranscript>(stdout);
+   } else {
+      transcript = std::make_unique<NimbalHost::TextTranscript>(stdout);
+   }
    try {
-      NimbalHost::SimAgent agent(scenario, stdout);
+      NimbalHost::SimAgent agent(scenario, *transcript);
       agent.run();
       if (plot.is_open()) {
          plot << agent.plot();

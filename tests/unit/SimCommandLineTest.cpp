@@ -95,3 +95,24 @@ TEST(SimCommandLine, TraceOptionIsNameColonLevelPairs) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(SimCommandLine, FormatIsTextOrJson) {
+   EXPECT_FALSE(parse({}).options.json);
+   EXPECT_FALSE(parse({"--format", "text"}).options.json);
+   Parsed const json = parse({"--format", "json", "examples/basic.json"});
+   EXPECT_FALSE(json.exit.has_value());
+   EXPECT_TRUE(json.options.json);
+   Parsed const xml = parse({"--format", "xml"});
+   EXPECT_EQ(xml.exit, NimbalHost::usageExitCode);
+   EXPECT_NE(xml.err.find("--format"), std::string::npos) << xml.err;
+}
+
+TEST(SimCommandLine, HelpListsTheFormats) {
+   Parsed const p = parse({"--help"});
+   ASSERT_EQ(p.exit, 0);
+   EXPECT_NE(p.out.find("--format text|json"), std::string::npos);
+}
+
+}  // namespace

@@ -12,6 +12,7 @@
 #include "host/CommandLine.h"
 #include "host/Demo.h"
 #include "host/JsonTranscript.h"
+#include "host/Preflight.h"
 #include "host/Scenario.h"
 #include "host/SimAgent.h"
 #include "host/TextTranscript.h"
@@ -38,6 +39,11 @@ int main(int argc, char** argv) {
    } catch (NimbalHost::ScenarioError const& e) {
       std::fprintf(stderr, "%s\n", e.what());
       return 1;
+   }
+   if (options.preflight) {
+      NimbalHost::Preflight const p = NimbalHost::preflight(scenario);
+      std::fputs(p.text.c_str(), stdout);
+      return p.fits ? 0 : NimbalHost::preflightShortExitCode;
    }
    if (options.check) {
       std::printf("%s: valid, %zu steps\n", scenario.file.c_str(), scenario.steps.size());

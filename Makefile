@@ -1,6 +1,6 @@
 # The two entry points: `make demo` plays the simulator's demo, `make test` runs every test
 # on the release build and then on the sanitizer build. Both install what is missing first.
-.PHONY: demo test setup release sanitize debug clean
+.PHONY: demo test bench setup release sanitize debug clean
 
 setup:
 	@./scripts/setup.sh
@@ -19,6 +19,10 @@ debug: setup
 
 demo: release
 	./build/release/bin/nimbal-copp-sim
+
+# The benchmarks' figures against their targets (bench/README.md says how to read them).
+bench: release
+	python3 bench/figures.py build/release/bin
 
 test: release sanitize
 	ctest --preset release

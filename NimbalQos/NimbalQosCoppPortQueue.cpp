@@ -1,3 +1,5 @@
+#include <string_view>
+
 #include "Kiv/Assert.h"
 #include "Kiv/Format.h"
 #include "Kiv/Trace.h"
@@ -53,10 +55,17 @@ bool QosAclHelperV1::createCoppPolicerByPortQueue(Oskel::ModIdPortQueueKey const
    }
 
    Kiv::Ptr<NimbalUnboundedTcamEntryManager> const entryMgr = efpCoppEntryMgr();
-   Kiv::String const description =
-       Kiv::format("Dynamic Kernel Copp for %s, %s", intf.stringValue(), cpuQ->cmapName());
-   U32 const entry =
-       entryMgr->getEntryWithStats(unit, description, RequestKey(), coppEntryStatTypes());
+   // Made for every key of the switch: joined in one allocation rather than formatted.
+   static constexpr std::string_view descriptionPrefix = "Dynamic Kernel Copp for ";
+   Kiv::String description;
+   description.reserve(descriptionPrefix.size() + intf.stringValue().size() + 2 +
+                       cpuQ->cmapName().size());
+   description.append(descriptionPrefix)
+       .append(intf.stringValue())
+       .append(", ")
+       .append(cpuQ->cmapName());
+   U32 const entry = entryMgr->getEntryWithStats(unit, std::move(description), RequestKey(),
+                                                 coppEntryStatTypes());
    if (entry == 0) {
       KIV_TRACE(defaultTraceHandle(), 4,
                 "createCoppPolicerByPortQueue"

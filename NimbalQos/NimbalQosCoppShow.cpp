@@ -1,5 +1,3 @@
-#include <stdio.h>
-
 #include <algorithm>
 #include <vector>
 
@@ -8,23 +6,31 @@
 #include "Nimbal/MmuCpuQ.h"
 #include "NimbalQos/NimbalQosProtectionHelper.h"
 #include "NimbalQos/NimbalQosSharedHelper.h"
+#include "NimbalQos/NimbalQosTableWriter.h"
 #include "Orvik/IntfNameCmp.h"
 
 namespace Nimbal {
 
 namespace {
 
-// A counter record exists only for an interface that had a port when its entry was made.
+// A counter record exists only for an interface that had a port when its entry was made. The
+// rows so far reach the reader before a broken record ends the agent.
 NimbalTypes::NimbalPort counterIntfPort(Kiv::Ptr<NimbalCommonSmData const> const& scsd,
-                                        Orvik::IntfId const& intf) {
+                                        Orvik::IntfId const& intf, NimbalQosTableWriter& out) {
    NimbalTypes::NimbalPort const sp = getNimbalPortFromIntfId(scsd, intf);
+   if (sp == NimbalTypes::NimbalPort::noPort()) {
+      out.flush();
+   }
    KIV_ASSERT_MSG(sp != NimbalTypes::NimbalPort::noPort(), "!!sp");
    return sp;
 }
 
 // The display name of a CPU queue; the port-queue code keeps counters only for known queues.
-char const* cpuQName(Kiv::Ptr<MmuConfigSm> const& mmuSm, U32 queue) {
+char const* cpuQName(Kiv::Ptr<MmuConfigSm> const& mmuSm, U32 queue, NimbalQosTableWriter& out) {
    Kiv::Ptr<MmuCpuQ> const cpuQ = mmuSm->cpuQColl()->cpuQ(queue);
+   if (!cpuQ) {
+      out.flush();
+   }
    KIV_ASSERT(cpuQ);
    return cpuQ->name().c_str();
 }
@@ -33,17 +39,17 @@ char const* cpuQName(Kiv::Ptr<MmuConfigSm> const& mmuSm, U32 queue) {
 
 void QosAclHelperV1::showCoppIntfCountersHw(U32 socket) {
    KIV_TRACE(defaultTraceHandle(), 4, "void Nimbal::QosAclHelperV1::showCoppIntfCountersHw(U32)");
-   int const fd = static_cast<int>(socket);
-   dprintf(fd, "Interface              Queue           Hits\n");
-   dprintf(fd, "----------------------------------------------------\n");
+   NimbalQosTableWriter out(static_cast<int>(socket));
+   out.printf("Interface              Queue           Hits\n");
+   out.printf("----------------------------------------------------\n");
    for (auto const& [intf, counterData] : coppIntfCounterDataCol()) {
-      NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf);
+      NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf, out);
       char const* const intfName = intf.stringValue().c_str();
       bool intfPrinted = false;
       U64 const defaultHits = getPortDefaultCoppPolicerPktHits(port.unit(), intf);
       if (defaultHits != 0) {
-         dprintf(fd, "%-15s %-20s %15lld\n", intfName, "Default",
-                 static_cast<long long>(defaultHits));
+         out.printf("%-15s %-20s %15lld\n", intfName, "Default",
+                    static_cast<long long>(defaultHits));
          intfPrinted = true;
       }
       for (auto const& [queue, swCounter] : counterData->qCounterColCol()) {
@@ -54,23 +60,22 @@ void QosAclHelperV1::showCoppIntfCountersHw(U32 socket) {
          if (total == 0) {
             continue;
          }
-         char const* const queueName = cpuQName(mmuSm(), queue);
+         char const* const queueName = cpuQName(mmuSm(), queue, out);
          if (!intfPrinted) {
-            dprintf(fd, "%-15s %-20s %15lld \n", intfName, queueName,
-                    static_cast<long long>(total));
+            out.printf("%-15s %-20s %15lld \n", intfName, queueName, static_cast<long long>(total));
          } else {
-            dprintf(fd, "%-15s %-20s %15lld\n", "", queueName, static_cast<long long>(total));
+            out.printf("%-15s %-20s %15lld\n", "", queueName, static_cast<long long>(total));
          }
          intfPrinted = true;
       }
    }
-   dprintf(fd, "\n\n");
+   out.printf("\n\n");
 }
 
 void QosAclHelperV1::showCoppIntfCountersSw(U32 socket) {
    KIV_TRACE(defaultTraceHandle(), 4, "void Nimbal::QosAclHelperV1::showCoppIntfCountersSw(U32)");
-   int const fd = static_cast<int>(socket);
-   dprintf(fd, "%-15s %-26s %15s %15s\n", "Interface", "Queue", "Dropped", "Allowed");
+   NimbalQosTableWriter out(static_cast<int>(socket));
+   out.printf("%-15s %-26s %15s %15s\n", "Interface", "Queue", "Dropped", "Allowed");
    std::vector<Kiv::String> intfNames;
    for (auto const& [intf, counterData] : coppIntfCounterDataCol()) {
       intfNames.push_back(intf.stringValue());
@@ -78,7 +83,7 @@ void QosAclHelperV1::showCoppIntfCountersSw(U32 socket) {
    std::sort(intfNames.begin(), intfNames.end(), Orvik::intfNameCmp);
    for (Kiv::String const& intfName : intfNames) {
       Orvik::IntfId const intf(intfName);
-      NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf);
+      NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf, out);
       Kiv::Ptr<NimbalQosCoppIntfCounterData> const counterData = coppIntfCounterData(intf);
       bool intfPrinted = false;
       for (auto const& [queue, swCounter] : counterData->qCounterColCol()) {
@@ -96,9 +101,9 @@ void QosAclHelperV1::showCoppIntfCountersSw(U32 socket) {
          if (dropped == 0 && allowedSinceClear == 0) {
             continue;
          }
-         dprintf(fd, "%-15s %-26s %15lld %15lld\n", intfPrinted ? "" : intfName.c_str(),
-                 cpuQName(mmuSm(), queue), static_cast<long long>(dropped),
-                 static_cast<long long>(allowedSinceClear));
+         out.printf("%-15s %-26s %15lld %15lld\n", intfPrinted ? "" : intfName.c_str(),
+                    cpuQName(mmuSm(), queue, out), static_cast<long long>(dropped),
+                    static_cast<long long>(allowedSinceClear));
          intfPrinted = true;
       }
    }

@@ -193,8 +193,9 @@ bool QosAclHelperV1::createCoppVxlanSrcPortPolicerByPortQueue(Oskel::ModIdPortQu
    Kiv::Ptr<MmuCpuQ> const cpuQ = mmuSm()->cpuQColl()->cpuQ(key.queue());
    KIV_ASSERT(cpuQ);
    Kiv::Ptr<NimbalBoundedTcamEntryManager> const entryMgr = efpCoppDefAndVxlanEntryMgr();
+   // Made for every key of the switch: joined rather than formatted.
    Kiv::String const name =
-       Kiv::format("Dynamic Kernel Copp (Vxlan) for %s, %s", cpuQ->name(), intf.stringValue());
+       "Dynamic Kernel Copp (Vxlan) for " + cpuQ->name() + ", " + intf.stringValue();
    U32 const vxlanEntry =
        entryMgr->getEntryWithStats(unit, entry, name, RequestKey(), coppEntryStatTypes());
    if (vxlanEntry == 0) {

@@ -40,18 +40,20 @@ class NIMBAL_QOS_EXPORT QosAclHelperV1 : public virtual QosAclHelper {
    // Lifecycle and the handles the agent hands over.
    void hwInit() override;
    void initEfpCoppDefault();
-   Kiv::Ptr<Oskel::KernelCoPPConfig> kernelCoppConfig() const { return kernelCoppConfig_; }
-   Kiv::Ptr<NimbalUnboundedTcamEntryManager> policyCoppIpEntryMgr() const {
+   Kiv::Ptr<Oskel::KernelCoPPConfig> const& kernelCoppConfig() const { return kernelCoppConfig_; }
+   Kiv::Ptr<NimbalUnboundedTcamEntryManager> const& policyCoppIpEntryMgr() const {
       return policyCoppIpEntryMgr_;
    }
    void policyCoppIpEntryMgrIs(Kiv::Ptr<NimbalUnboundedTcamEntryManager> const& entryMgr);
-   Kiv::Ptr<NimbalUnboundedTcamEntryManager> policyCoppIp6EntryMgr() const {
+   Kiv::Ptr<NimbalUnboundedTcamEntryManager> const& policyCoppIp6EntryMgr() const {
       return policyCoppIp6EntryMgr_;
    }
    void policyCoppIp6EntryMgrIs(Kiv::Ptr<NimbalUnboundedTcamEntryManager> const& entryMgr);
-   Kiv::Ptr<NimbalUnboundedTcamEntryManager> efpCoppEntryMgr() const { return efpCoppEntryMgr_; }
+   Kiv::Ptr<NimbalUnboundedTcamEntryManager> const& efpCoppEntryMgr() const {
+      return efpCoppEntryMgr_;
+   }
    void efpCoppEntryMgrIs(Kiv::Ptr<NimbalUnboundedTcamEntryManager> const& entryMgr);
-   Kiv::Ptr<NimbalBoundedTcamEntryManager> efpCoppDefAndVxlanEntryMgr() const {
+   Kiv::Ptr<NimbalBoundedTcamEntryManager> const& efpCoppDefAndVxlanEntryMgr() const {
       return efpCoppDefAndVxlanEntryMgr_;
    }
    void efpCoppDefAndVxlanEntryMgrIs(Kiv::Ptr<NimbalBoundedTcamEntryManager> const& entryMgr);

@@ -1,6 +1,5 @@
 // Speed of the paths that grow with the switch: port-queue entries on a large switch, the
-// VXLAN entry pool as it fills, packets through the chip as entries accumulate, and the
-// collections under them.
+// VXLAN entry pool as it fills, and the collections under them.
 
 #include <benchmark/benchmark.h>
 
@@ -53,23 +52,6 @@ void BM_VxlanPoolAllocate(benchmark::State& state) {
    }
 }
 BENCHMARK(BM_VxlanPoolAllocate)->Arg(0)->Arg(256)->Arg(511);
-
-// One CPU-bound packet through the chip with `entries` port-queue entries installed.
-void BM_PacketToCpu(benchmark::State& state) {
-   Kiv::ActivityScope scope;
-   int const entries = static_cast<int>(state.range(0));
-   NimbalHost::Switch sw(bigSwitch(1023, false));
-   auto helper = sw.helper();
-   for (int p = 1; p <= entries; ++p) {
-      helper->createCoppPolicerByPortQueue(Oskel::ModIdPortQueueKey(0, p, 1));
-   }
-   double t = 0;
-   for (auto _ : state) {
-      t += 1e-3;
-      benchmark::DoNotOptimize(sw.chip().sendToCpu(0, 1, 1, 0, t));
-   }
-}
-BENCHMARK(BM_PacketToCpu)->Arg(8)->Arg(1000);
 
 struct Owner : Kiv::Entity {
    KIV_VALUE_MAP(Oskel::ModIdPortQueueKey, U64, counts)

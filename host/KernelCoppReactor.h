@@ -2,6 +2,7 @@
 
 #include <any>
 #include <set>
+#include <unordered_set>
 
 #include "Kiv/Entity.h"
 #include "NimbalQos/NimbalQosProtectionHelper.h"
@@ -27,7 +28,7 @@ class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
    // Tries the failed keys again, in key order; those that left the configuration are dropped.
    void retry();
 
-   std::set<Key> const& programmed() const { return programmed_; }
+   std::unordered_set<Key> const& programmed() const { return programmed_; }
    std::set<Key> const& failed() const { return failed_; }
 
   protected:
@@ -38,7 +39,8 @@ class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
    void create(Key const& key);
 
    Nimbal::QosAclHelperV1* helper_;
-   std::set<Key> programmed_;
+   // Found by key only; a switch has tens of thousands.
+   std::unordered_set<Key> programmed_;
    std::set<Key> failed_;
 };
 

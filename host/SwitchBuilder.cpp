@@ -71,7 +71,9 @@ Switch::Switch(SwitchConfig config)
       tcamManagersIs();
       helperIs();
       portDefaultCoppEntriesIs();
-      helper_->createDefaultCoppRates();
+      if (config_.publishDefaultCoppRates) {
+         helper_->createDefaultCoppRates();
+      }
    } catch (...) {
       helper_ = nullptr;
       if (library_) {

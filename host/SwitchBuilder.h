@@ -48,6 +48,8 @@ struct SwitchConfig {
    U32 portDefaultCoppRate = 1000;
    bool vxlanWorkaround = false;
    SwitchResources resources;
+   // The start-up ends with createDefaultCoppRates; a benchmark leaves it out to time it alone.
+   bool publishDefaultCoppRates = true;
 };
 
 // The switch and the helper running on it. Building one resets the process-wide simulated

@@ -8,32 +8,47 @@ ActivityLock& activityLock() {
 }
 
 void ActivityLock::lock() {
+   std::thread::id const me = std::this_thread::get_id();
+   if (owner_.load(std::memory_order_relaxed) == me) {
+      ++depth_;
+      return;
+   }
    mutex_.lock();
-   owner_ = std::this_thread::get_id();
-   ++depth_;
+   owner_.store(me, std::memory_order_relaxed);
+   depth_ = 1;
 }
 
 void ActivityLock::unlock() {
    if (--depth_ == 0) {
-      owner_ = std::thread::id();
+      owner_.store(std::thread::id(), std::memory_order_relaxed);
+      mutex_.unlock();
    }
-   mutex_.unlock();
 }
 
 bool ActivityLock::held() const {
-   return depth_ > 0 && owner_ == std::this_thread::get_id();
+   return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id();
 }
 
-UnlockAnchor::UnlockAnchor(ActivityLock& lock) : lock_(lock), released_(0) {
-   while (lock_.held()) {
-      lock_.unlock();
-      ++released_;
-   }
+int ActivityLock::releaseAll() {
+   int const depth = depth_;
+   depth_ = 0;
+   owner_.store(std::thread::id(), std::memory_order_relaxed);
+   mutex_.unlock();
+   return depth;
 }
+
+void ActivityLock::retake(int depth) {
+   mutex_.lock();
+   owner_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+   depth_ = depth;
+}
+
+UnlockAnchor::UnlockAnchor(ActivityLock& lock)
+    : lock_(lock), released_(lock.held() ? lock.releaseAll() : 0) {}
 
 UnlockAnchor::~UnlockAnchor() {
-   for (int i = 0; i < released_; ++i) {
-      lock_.lock();
+   if (released_ > 0) {
+      lock_.retake(released_);
    }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <thread>
 
@@ -14,8 +15,14 @@ class ActivityLock {
    int depth() const { return depth_; }
 
   private:
-   std::recursive_mutex mutex_;
-   std::thread::id owner_;
+   friend class UnlockAnchor;
+   // Every level at once, and back: one mutex operation each way around an SDK call.
+   int releaseAll();
+   void retake(int depth);
+
+   std::mutex mutex_;
+   // Read without the mutex by threads asking whether they hold the lock.
+   std::atomic<std::thread::id> owner_{};
    int depth_ = 0;
 };
 

@@ -33,6 +33,13 @@ void Entity::forEachNotifiee(F&& f) const {
    if (!notificationActive_ || notifiees_.empty()) {
       return;
    }
+   // One reactor, the usual case: nothing is walked after it reacts.
+   if (notifiees_.size() == 1) {
+      if (notifiees_.front()->isActive()) {
+         f(notifiees_.front());
+      }
+      return;
+   }
    // A reactor may detach itself or others while it reacts: walk a copy and skip the gone.
    std::vector<NotifieeBase*> snapshot = notifiees_;
    for (NotifieeBase* n : snapshot) {

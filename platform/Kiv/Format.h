@@ -19,15 +19,20 @@ auto formatArg(T const& v) {
 }
 }  // namespace detail
 
-// printf-style formatting into a string; std::string arguments stand for %s.
+// printf-style formatting into a string; std::string arguments stand for %s. Formatted once
+// on the stack; only a text too long for it is formatted again into its own storage.
 template <class... A>
 std::string format(char const* fmt, A const&... args) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
-   int n = std::snprintf(nullptr, 0, fmt, detail::formatArg(args)...);
+   char buf[256];
+   int n = std::snprintf(buf, sizeof buf, fmt, detail::formatArg(args)...);
    if (n <= 0) {
       return std::string();
+   }
+   if (static_cast<std::size_t>(n) < sizeof buf) {
+      return std::string(buf, static_cast<std::size_t>(n));
    }
    std::string out(static_cast<std::size_t>(n), '\0');
    std::snprintf(out.data(), out.size() + 1, fmt, detail::formatArg(args)...);

@@ -17,7 +17,7 @@ class MmuConfigSm : public Kiv::Entity {
    ~MmuConfigSm() override;
 
    Kiv::Ptr<MmuCpuQSm> cpuQSm() const { return cpuQSm_; }
-   Kiv::Ptr<MmuCpuQColl> cpuQColl() const { return cpuQColl_; }
+   Kiv::Ptr<MmuCpuQColl> const& cpuQColl() const { return cpuQColl_; }
 
    Kiv::Name const& coppPMapName() const { return cpuQSm_->coppPMapName(); }
    void coppPMapNameIs(Kiv::Name const& name) { cpuQSm_->coppPMapNameIs(name); }

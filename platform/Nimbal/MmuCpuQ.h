@@ -114,7 +114,7 @@ class MmuCpuQSm : public Kiv::Entity {
   public:
    explicit MmuCpuQSm(Kiv::Ptr<MmuCpuQColl> const& cpuQColl);
 
-   Kiv::Ptr<MmuCpuQColl> cpuQColl() const { return cpuQColl_; }
+   Kiv::Ptr<MmuCpuQColl> const& cpuQColl() const { return cpuQColl_; }
 
    Kiv::Name const& coppPMapName() const { return coppPMapName_; }
    void coppPMapNameIs(Kiv::Name const& name);

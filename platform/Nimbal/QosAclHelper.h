@@ -63,10 +63,10 @@ class QosAclHelper : public Kiv::Entity {
    Kiv::Ptr<Qos::Status const> qosStatus() const { return qosStatus_; }
    Kiv::Ptr<Qos::AclSliceHwStatus> qosAclSliceHwStatus() const { return qosAclSliceHwStatus_; }
    Kiv::Ptr<Acl::Config const> mainAclConfig() const { return mainAclConfig_; }
-   Kiv::Ptr<MmuConfigSm> mmuSm() const { return mmuSm_; }
-   Kiv::Ptr<NimbalCommonSmData> scsd() const { return scsd_; }
-   Kiv::Ptr<NimbalTcamGroupManager> tcamGroupManager() const { return tcamGroupManager_; }
-   Kiv::Ptr<PktDrv> pktDrv() const { return pktDrv_; }
+   Kiv::Ptr<MmuConfigSm> const& mmuSm() const { return mmuSm_; }
+   Kiv::Ptr<NimbalCommonSmData> const& scsd() const { return scsd_; }
+   Kiv::Ptr<NimbalTcamGroupManager> const& tcamGroupManager() const { return tcamGroupManager_; }
+   Kiv::Ptr<PktDrv> const& pktDrv() const { return pktDrv_; }
    Kiv::Ptr<NimbalCentral::AclHwStatus const> aclHwStatus() const { return aclHwStatus_; }
    Kiv::Ptr<NimbalVlanTopo::VlanTopoSliceStatus> vlanTopoSliceStatus() const {
       return vlanTopoSliceStatus_;

@@ -16,8 +16,7 @@ void NimbalTcamEntryManager::groupEnsure(U32 unit) {
 }
 
 U32 NimbalTcamEntryManager::entryAllocate(U32 unit, std::optional<U32> entry,
-                                          Kiv::String const& description,
-                                          RequestKey const& requestKey,
+                                          Kiv::String description, RequestKey const& requestKey,
                                           StatTypes const& statTypes) {
    groupEnsure(unit);
    Shim::bcm_field_entry_t id = 0;
@@ -34,7 +33,7 @@ U32 NimbalTcamEntryManager::entryAllocate(U32 unit, std::optional<U32> entry,
    KIV_ASSERT(rc == ::Shim::BCM_E_NONE);
 
    EntryRecord record;
-   record.description = description;
+   record.description = std::move(description);
    record.requestKey = requestKey;
    std::vector<Shim::bcm_field_stat_t> types = statTypes.list();
    if (!types.empty()) {
@@ -45,7 +44,7 @@ U32 NimbalTcamEntryManager::entryAllocate(U32 unit, std::optional<U32> entry,
       KIV_ASSERT(rc == ::Shim::BCM_E_NONE);
    }
    U32 allocated = static_cast<U32>(id);
-   entries_[{unit, allocated}] = record;
+   entries_[{unit, allocated}] = std::move(record);
    if (groupManager_) {
       groupManager_->tcamEntryMgrIs(allocated, Kiv::Ptr<NimbalTcamEntryManager>(this));
    }
@@ -53,8 +52,9 @@ U32 NimbalTcamEntryManager::entryAllocate(U32 unit, std::optional<U32> entry,
 }
 
 bool NimbalTcamEntryManager::entryHeldInOtherUnit(U32 unit, U32 entry) const {
-   for (auto const& kv : entries_) {
-      if (kv.first.second == entry && kv.first.first != unit) {
+   // A chip has few units and a group many entries: ask each unit.
+   for (U32 other : groupUnits_) {
+      if (other != unit && entries_.count({other, entry})) {
          return true;
       }
    }
@@ -181,7 +181,7 @@ U32 NimbalBoundedTcamEntryManager::getEntryWithStats(U32 unit, U32 entry, Kiv::S
                                                      RequestKey const& requestKey,
                                                      StatTypes const& statTypes) {
    KIV_ASSERT(entry != 0 && entry >= baseIndex_);
-   return entryAllocate(unit, entry, description, requestKey, statTypes);
+   return entryAllocate(unit, entry, std::move(description), requestKey, statTypes);
 }
 
 }  // namespace Nimbal

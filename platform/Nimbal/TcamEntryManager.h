@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <unordered_map>
 #include <utility>
 
 #include "Kiv/Entity.h"
@@ -67,7 +68,7 @@ class NimbalTcamEntryManager : public Kiv::Entity {
   protected:
    // Creates an entry in the chip (with the given id, or any) and its statistics, and records
    // it; 0 when the group has no entry left or the id is taken.
-   U32 entryAllocate(U32 unit, std::optional<U32> entry, Kiv::String const& description,
+   U32 entryAllocate(U32 unit, std::optional<U32> entry, Kiv::String description,
                      RequestKey const& requestKey, StatTypes const& statTypes);
 
   private:
@@ -83,6 +84,11 @@ class NimbalTcamEntryManager : public Kiv::Entity {
       bool permanent = false;
    };
    using UnitEntry = std::pair<U32, U32>;
+   struct UnitEntryHash {
+      std::size_t operator()(UnitEntry const& k) const {
+         return std::hash<U64>()((U64(k.first) << 32) | k.second);
+      }
+   };
 
    void groupEnsure(U32 unit);
    bool entryHeldInOtherUnit(U32 unit, U32 entry) const;
@@ -91,8 +97,8 @@ class NimbalTcamEntryManager : public Kiv::Entity {
    NimbalTcamGroupManager* groupManager_ = nullptr;
    int coppPriority_ = 100;
    std::set<U32> groupUnits_;
-   std::map<UnitEntry, EntryRecord> entries_;
-   std::map<UnitEntry, PortsRecord> ports_;
+   std::unordered_map<UnitEntry, EntryRecord, UnitEntryHash> entries_;
+   std::unordered_map<UnitEntry, PortsRecord, UnitEntryHash> ports_;
    std::map<U32, U32> compressions_;
 };
 
@@ -104,7 +110,7 @@ class NimbalUnboundedTcamEntryManager : public NimbalTcamEntryManager {
    // A new entry counting the given statistics; 0 when the group's entries are all in use.
    U32 getEntryWithStats(U32 unit, Kiv::String description, RequestKey const& requestKey,
                          StatTypes const& statTypes) {
-      return entryAllocate(unit, std::nullopt, description, requestKey, statTypes);
+      return entryAllocate(unit, std::nullopt, std::move(description), requestKey, statTypes);
    }
 };
 

@@ -49,8 +49,12 @@ void PacketIndex::add(FieldEntry* e) {
    if (shape == shapes_.end()) {
       shape = shapes_.insert(shapes_.end(), Shape{masks, {}, 0});
    }
-   std::vector<FieldEntry*>& bucket = shape->buckets[valuesOf(e)];
-   bucket.insert(std::upper_bound(bucket.begin(), bucket.end(), e, before), e);
+   FieldEntry** link = &shape->buckets[valuesOf(e)];
+   while (*link && before(*link, e)) {
+      link = &(*link)->nextInBucket;
+   }
+   e->nextInBucket = *link;
+   *link = e;
    ++shape->entries;
 }
 
@@ -65,12 +69,15 @@ void PacketIndex::remove(FieldEntry const* e) {
    if (bucket == shape->buckets.end()) {
       return;
    }
-   auto it = std::find(bucket->second.begin(), bucket->second.end(), e);
-   if (it == bucket->second.end()) {
+   FieldEntry** link = &bucket->second;
+   while (*link && *link != e) {
+      link = &(*link)->nextInBucket;
+   }
+   if (!*link) {
       return;
    }
-   bucket->second.erase(it);
-   if (bucket->second.empty()) {
+   *link = e->nextInBucket;
+   if (!bucket->second) {
       shape->buckets.erase(bucket);
    }
    if (--shape->entries == 0) {
@@ -96,7 +103,7 @@ FieldEntry* PacketIndex::match(PacketFields const& p) const {
       }
       // A bucket is in match order: the first entry that also passes the other qualifiers is
       // the best of its shape.
-      for (FieldEntry* e : bucket->second) {
+      for (FieldEntry* e = bucket->second; e; e = e->nextInBucket) {
          if (best && !before(e, best)) {
             break;
          }

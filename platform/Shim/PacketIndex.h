@@ -47,10 +47,11 @@ class PacketIndex {
          return static_cast<std::size_t>(h ^ (h >> 32));
       }
    };
-   // The entries with one set of masks; each bucket in match order.
+   // The entries with one set of masks; each bucket a chain through the entries, in match
+   // order. Most buckets hold one entry.
    struct Shape {
       Triple masks;
-      std::unordered_map<Triple, std::vector<FieldEntry*>, TripleHash> buckets;
+      std::unordered_map<Triple, FieldEntry*, TripleHash> buckets;
       std::size_t entries = 0;
    };
 

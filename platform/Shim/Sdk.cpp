@@ -48,7 +48,7 @@ std::string argsText(A const&... args) {
 }
 
 // The hook's text names the call it precedes, alone or as the start of the call's text.
-bool hookNames(std::string const& hook, std::string const& name) {
+bool hookNames(std::string_view hook, std::string_view name) {
    if (hook.compare(0, name.size(), name) != 0) {
       return false;
    }
@@ -64,7 +64,7 @@ void Sdk::reset() {
    journal_.clear();
    journalLimit_ = defaultJournalLimit;
    faults_.clear();
-   pendingPreCall_.clear();
+   pendingPreCall_ = {};
    preCalls_ = 0;
    callFailures_ = 0;
    lastFailedCall_.clear();
@@ -77,7 +77,7 @@ bcm_field_stat_t Sdk::coppStatType(int index) const {
 
 void Sdk::preCall(std::string_view call) {
    ++preCalls_;
-   pendingPreCall_.assign(call);
+   pendingPreCall_ = call;
 }
 
 void Sdk::journalLimitIs(std::size_t calls) {
@@ -88,9 +88,6 @@ void Sdk::journalLimitIs(std::size_t calls) {
 }
 
 std::optional<int> Sdk::injectedFault(char const* name) {
-   if (faults_.empty()) {
-      return std::nullopt;
-   }
    auto it = faults_.find(std::string_view(name));
    if (it == faults_.end() || it->second.empty()) {
       return std::nullopt;

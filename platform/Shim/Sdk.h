@@ -57,7 +57,8 @@ class Sdk {
    bcm_pbmp_t allPortsBitmap(int unit) const { return chip_.allPortsBitmap(unit); }
    bool pbmpEq(bcm_pbmp_t const& a, bcm_pbmp_t const& b) const { return a == b; }
 
-   // Hooks that bracket each direct call: counted so that tests see they ran.
+   // Hooks that bracket each direct call: counted so that tests see they ran. The pre-call
+   // text must live until the call it announces (the call texts are literals).
    void preCall(std::string_view call);
    void callFailed(std::string const& call, int rc);
    U64 preCalls() const { return preCalls_; }
@@ -138,12 +139,12 @@ class Sdk {
       if (journalLimit_ != 0) {
          text = args();
       }
-      std::optional<int> const fault = injectedFault(name);
+      std::optional<int> const fault = faults_.empty() ? std::nullopt : injectedFault(name);
       int const rc = fault ? *fault : body();
       if (journalLimit_ != 0) {
          journalIs(name, std::move(text), rc, fault.has_value());
       }
-      pendingPreCall_.clear();
+      pendingPreCall_ = {};
       return rc;
    }
    std::optional<int> injectedFault(char const* name);
@@ -153,7 +154,8 @@ class Sdk {
    std::deque<SdkCall> journal_;
    std::size_t journalLimit_ = defaultJournalLimit;
    std::map<std::string, std::vector<int>, std::less<>> faults_;
-   std::string pendingPreCall_;
+   // The hook's text is a call text, a literal: kept by view until the call it announces.
+   std::string_view pendingPreCall_;
    U64 preCalls_ = 0;
    U64 callFailures_ = 0;
    std::string lastFailedCall_;

@@ -4,14 +4,6 @@
 
 namespace Shim {
 
-std::optional<Qualifier> EntryProgram::qualifier(QualKind k) const {
-   auto const i = static_cast<std::size_t>(k);
-   if (!(qualsSet_ & (1u << i))) {
-      return std::nullopt;
-   }
-   return quals_[i];
-}
-
 void EntryProgram::qualifierIs(QualKind k, Qualifier q) {
    auto const i = static_cast<std::size_t>(k);
    quals_[i] = q;

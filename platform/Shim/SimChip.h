@@ -44,7 +44,13 @@ struct EntryProgram {
    // Port bitmaps are rare and large: shared between the two programs, never changed in place.
    std::shared_ptr<PortsQualifier const> inPorts;
 
-   std::optional<Qualifier> qualifier(QualKind k) const;
+   std::optional<Qualifier> qualifier(QualKind k) const {
+      auto const i = static_cast<std::size_t>(k);
+      if (!(qualsSet_ & (1u << i))) {
+         return std::nullopt;
+      }
+      return quals_[i];
+   }
    void qualifierIs(QualKind k, Qualifier q);
    bool hasAction(int action) const { return this->action(action).has_value(); }
    std::optional<ActionParams> action(int action) const;
@@ -67,6 +73,8 @@ struct FieldEntry {
    bool installed = false;
    int metersHeld = 0;  // meters of the group's pool taken by the installed policers
    int statId = 0;      // 0 when no statistics are attached
+   // The next installed entry of its packet index bucket (the chip's own bookkeeping).
+   FieldEntry* nextInBucket = nullptr;
 };
 
 struct Policer {
@@ -190,9 +198,10 @@ class SimChip {
       bcm_pbmp_t ports;
       std::optional<bcm_pbmp_t> allPorts;
       std::map<bcm_field_group_t, FieldGroup> groups;
-      std::map<bcm_field_entry_t, FieldEntry> entries;
-      std::map<bcm_policer_t, Policer> policers;
-      std::map<int, FieldStat> stats;
+      // Node-based: entries are found by id and stay where they are for the packet index.
+      std::unordered_map<bcm_field_entry_t, FieldEntry> entries;
+      std::unordered_map<bcm_policer_t, Policer> policers;
+      std::unordered_map<int, FieldStat> stats;
       bcm_policer_t nextPolicerId = 1;
       // Automatic entry ids: every id from nextAutoEntryId up is free; below it, freeAutoEntryIds.
       bcm_field_entry_t nextAutoEntryId = firstAutoEntryId;

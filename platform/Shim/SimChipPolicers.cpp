@@ -217,6 +217,7 @@ std::vector<bcm_field_entry_t> SimChip::entries(int unit) const {
          out.push_back(kv.first);
       }
    }
+   std::sort(out.begin(), out.end());
    return out;
 }
 
@@ -229,6 +230,7 @@ std::vector<bcm_field_entry_t> SimChip::entries(int unit, bcm_field_group_t grou
          }
       }
    }
+   std::sort(out.begin(), out.end());
    return out;
 }
 

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -244,6 +246,45 @@ TEST_F(CoppShow, InterfaceReadingZeroSinceTheClearHasNoSoftwareRow) {
    EXPECT_EQ(swTable(), std::string(swHeader) + swRow("Ethernet2", "CoppSystemArp", 0, 9));
 }
 
+// Hundreds of interfaces with a row on every queue: a table far larger than one write.
+class CoppShowLarge : public CoppShow {
+  protected:
+   NimbalHost::SwitchConfig switchConfig() const override {
+      NimbalHost::SwitchConfig config;
+      config.interfaces.clear();
+      for (U16 p = 1; p <= 200; ++p) {
+         config.interfaces.push_back({"Ethernet" + std::to_string(p), 0, p});
+      }
+      return config;
+   }
+};
+
+TEST_F(CoppShowLarge, ALargeTableIsWrittenWholeAndInOrder) {
+   std::vector<U32> const queues = {1, 5, 8, 12, 20, 30, 33, 35, 38, 39};
+   std::vector<std::string> names;
+   for (int p = 1; p <= 200; ++p) {
+      std::string const name = "Ethernet" + std::to_string(p);
+      names.push_back(name);
+      for (U32 queue : queues) {
+         counterSlotIs(name, queue);
+         sw().pktDrv()->ddeCoppCountersIs(0, static_cast<U32>(p), queue, queue, 1000 + p);
+      }
+   }
+   std::sort(names.begin(), names.end(), Orvik::intfNameCmp);
+   std::string expected = swHeader;
+   for (std::string const& name : names) {
+      bool first = true;
+      for (U32 queue : queuesOf(name)) {
+         expected +=
+             swRow(first ? name : "", cpuQName(queue), queue, 1000 + std::stoi(name.substr(8)));
+         first = false;
+      }
+   }
+   // More than two of the pieces it is written in.
+   ASSERT_GT(expected.size(), 2u * 64u * 1024u);
+   EXPECT_EQ(swTable(), expected);
+}
+
 class CoppShowNames : public CoppShow {
   protected:
    NimbalHost::SwitchConfig switchConfig() const override {
@@ -319,6 +360,24 @@ TEST_F(CoppShow, CounterRecordOfAnInterfaceWithoutPortIsFatalInTheHardwareTable)
 TEST_F(CoppShow, CounterRecordOfAnInterfaceWithoutPortIsFatalInTheSoftwareTable) {
    counterSlotIs("Ethernet99", 5, 1);
    EXPECT_DEATH(swTable(), "Assertion `!!sp' failed");
+}
+
+// The rows printed before a broken record ends the agent reach the reader, as they would if
+// each had been written on its own.
+TEST_F(CoppShow, RowsBeforeAFatalRecordReachTheDescriptor) {
+   std::string const path = ::testing::TempDir() + "CoppShowRowsBeforeAFatalRecord.txt";
+   counterSlotIs("Ethernet1", 8);
+   sw().pktDrv()->ddeCoppCountersIs(0, 1, 8, 3, 4);
+   counterSlotIs("Ethernet99", 5, 1);
+   std::FILE* file = std::fopen(path.c_str(), "w");
+   ASSERT_NE(file, nullptr);
+   EXPECT_DEATH(helper()->showCoppIntfCountersSw(static_cast<U32>(::fileno(file))),
+                "Assertion `!!sp' failed");
+   std::fclose(file);
+   std::ifstream in(path);
+   std::stringstream written;
+   written << in.rdbuf();
+   EXPECT_EQ(written.str(), std::string(swHeader) + swRow("Ethernet1", "CoppSystemArp", 3, 4));
 }
 
 TEST_F(CoppShow, TablesAreShownByName) {

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+#include <thread>
+
 #include "Kiv/Activity.h"
 #include "Kiv/Allocator.h"
 #include "Kiv/Assert.h"
@@ -98,6 +101,27 @@ TEST(KivActivity, UnlockAnchorReleasesAndRetakesTheLock) {
       Kiv::UnlockAnchor anchor(lock);
       EXPECT_FALSE(lock.held());
    }
+   EXPECT_TRUE(lock.held());
+   EXPECT_EQ(lock.depth(), 2);
+   lock.unlock();
+}
+
+// Released at every depth at once: another thread gets the lock while an SDK call runs.
+TEST(KivActivity, WhileReleasedAnotherThreadTakesTheLock) {
+   auto& lock = Kiv::activityLock();
+   Kiv::ActivityScope scope;
+   lock.lock();
+   bool otherHeld = false;
+   {
+      Kiv::UnlockAnchor anchor(lock);
+      std::thread other([&] {
+         Kiv::ActivityScope otherScope;
+         otherHeld = lock.held() && lock.depth() == 1;
+      });
+      other.join();
+      EXPECT_FALSE(lock.held());
+   }
+   EXPECT_TRUE(otherHeld);
    EXPECT_TRUE(lock.held());
    EXPECT_EQ(lock.depth(), 2);
    lock.unlock();

@@ -1,0 +1,122 @@
+#!/usr/bin/env python3
+"""Runs the benchmarks and prints one line per figure, with its target.
+
+Every time is the benchmark thread's processor time, measured in the same run as what it is
+compared with, and the verdicts read ratios and per-key costs, so a busy machine moves the
+figures together rather than apart.
+Targets are for reading, not for failing: nothing here exits non-zero on a missed target.
+"""
+import json
+import subprocess
+import sys
+import os
+
+bindir = sys.argv[1] if len(sys.argv) > 1 else "build/release/bin"
+extra = sys.argv[2:]
+
+
+def run_benchmarks():
+    out = subprocess.run([os.path.join(bindir, "nimbal_bench"), "--benchmark_format=json"] + extra,
+                         check=True, capture_output=True, text=True).stdout
+    runs = {}
+    for b in json.loads(out)["benchmarks"]:
+        if b.get("run_type", "iteration") != "iteration":
+            continue
+        manual = "/manual_time" in b["name"]
+        name = b["name"].split("/iterations:")[0].replace("/manual_time", "")
+        scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}[b["time_unit"]]
+        # Processor time of the benchmark's thread: manual timings measure it themselves; for
+        # the others it is Google Benchmark's CPU time. Waiting for a processor is not counted.
+        seconds = (b["real_time"] if manual else b["cpu_time"]) * scale / b.get("statements", 1)
+        runs[name] = dict(b, seconds=seconds)
+    return runs
+
+
+def run_memory():
+    out = subprocess.run([os.path.join(bindir, "nimbal_bench_memory")], check=True,
+                         capture_output=True, text=True).stdout
+    return {k: float(v) for k, v in (line.split() for line in out.splitlines())}
+
+
+def verdict(ok):
+    return "ok" if ok else "MISSED"
+
+
+def ms(s):
+    return f"{s * 1e3:.2f} ms"
+
+
+def main():
+    r = run_benchmarks()
+    mem = run_memory()
+    lines = []
+
+    def line(text, ok=None):
+        lines.append(text + ("" if ok is None else f"  [{verdict(ok)}]"))
+
+    def growth(name, small, big, target=4.5, note=""):
+        g = r[big]["seconds"] / r[small]["seconds"]
+        line(f"{name} growth, quarter to full scale: x{g:.2f} (target <= {target}{note})", g <= target)
+
+    # B1
+    keys = r["B1_Boot/4"]["keys"]
+    lib, bare = r["B1_Boot/4"]["seconds"], r["B1_BootBare/4"]["seconds"]
+    own = (lib - bare) / keys * 1e9
+    line(f"B1 boot, {keys:,.0f} keys: library {ms(lib)}, bare {ms(bare)}, "
+         f"ratio {lib / bare:.2f} (target <= 1.3)", lib / bare <= 1.3)
+    line(f"B1 boot, library's own time: {own:.0f} ns per key (target <= 1000)", own <= 1000)
+    qlib, qbare = r["B1_Boot/1"]["seconds"], r["B1_BootBare/1"]["seconds"]
+    line(f"B1 boot at a quarter, {r['B1_Boot/1']['keys']:,.0f} keys: library {ms(qlib)}, "
+         f"bare {ms(qbare)}, ratio {qlib / qbare:.2f}")
+    growth("B1 boot", "B1_Boot/1", "B1_Boot/4")
+    # B2
+    lib, bare = r["B2_Teardown/4"]["seconds"], r["B2_TeardownBare/4"]["seconds"]
+    line(f"B2 teardown, {keys:,.0f} keys: library {ms(lib)}, bare {ms(bare)}, "
+         f"ratio {lib / bare:.2f} (target <= 1.3)", lib / bare <= 1.3)
+    # B3
+    for table in ("Hw", "Sw"):
+        full = r[f"B3_Show{table}/4"]
+        line(f"B3 show {table.lower()} table, {full['rows']:,.0f} rows: {ms(full['seconds'])} "
+             f"(target < 50 ms)", full["seconds"] < 0.050)
+        growth(f"B3 show {table.lower()} table", f"B3_Show{table}/1", f"B3_Show{table}/4")
+    # B4
+    full = r["B4_VxlanSync/40"]
+    line(f"B4 VXLAN sync of {full['keys']:.0f} keys ({full['programmed']:.0f} programmed, "
+         f"{full['keys'] - full['programmed']:.0f} left to the retry) and full disable: "
+         f"{full['seconds'] * 1e6:.0f} us (target < 1 ms)", full["seconds"] < 1e-3)
+    growth("B4 VXLAN sync", "B4_VxlanSync/10", "B4_VxlanSync/40")
+    # B5
+    poll = r["B5_Poll"]
+    line(f"B5 counter poll of {poll['classes']:,.0f} classes: {ms(poll['seconds'])} "
+         f"(target < 5 ms)", poll["seconds"] < 5e-3)
+    # B6
+    off, on = r["B6_TraceDisabled"]["seconds"], r["B6_TraceEnabled"]["seconds"]
+    line(f"B6 trace statement, handle off: {off * 1e9:.2f} ns (target < 1 ns)", off < 1e-9)
+    line(f"B6 trace statement, handle on, to /dev/null: {on * 1e9:.0f} ns")
+    # B7
+    line(f"B7 memory, {mem['keys']:,.0f} keys: library's own {mem['library_bytes_per_key']:.0f} "
+         f"bytes per key (target <= 256)", mem["library_bytes_per_key"] <= 256)
+    line(f"B7 memory: platform {mem['platform_bytes_per_key']:.0f} bytes per key "
+         f"(target <= 1024)", mem["platform_bytes_per_key"] <= 1024)
+    line(f"B7 memory: the library keeps {mem['library_bytes_per_key_after_teardown']:.0f} bytes "
+         f"per key once every key is removed (the interfaces' counter records)")
+    # B8
+    few, quarter, full = (r[f"B8_Packet/{n}"] for n in (0, 256, 1024))
+    line(f"B8 packet to the CPU: {few['seconds'] * 1e9:.0f} ns with {few['entries']:.0f} entries, "
+         f"{full['seconds'] * 1e9:.0f} ns with {full['entries']:,.0f}: "
+         f"x{full['seconds'] / few['seconds']:.2f} (target <= 1.5)",
+         full["seconds"] / few["seconds"] <= 1.5)
+    growth("B8 packet", "B8_Packet/256", "B8_Packet/1024")
+    # The paths the earlier benchmarks follow.
+    for big, small, what in (("BM_PortQueueCreateDestroy/1000", "BM_PortQueueCreateDestroy/8",
+                              "port-queue create and destroy, 1,000 entries against 8"),
+                             ("BM_VxlanPoolAllocate/511", "BM_VxlanPoolAllocate/0",
+                              "VXLAN pool allocation, 511 taken against none (the bounded walk)"),
+                             ("BM_CollectionIsAndLookup/49152", "BM_CollectionIsAndLookup/64",
+                              "collection set and lookup, 49,152 keys against 64")):
+        line(f"{what}: x{r[big]['seconds'] / r[small]['seconds']:.2f}")
+    print("\n".join(lines))
+
+
+if __name__ == "__main__":
+    main()

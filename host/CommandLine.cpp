@@ -63,7 +63,9 @@ std::string helpFooter() {
          "\n"
          "Exit status: 0 the scenario ran to its end; 1 the scenario cannot be read or is\n"
          "invalid (nothing ran); 2 the command line cannot be used; an assertion or a fatal SDK\n"
-         "error ends the process abnormally, as it ends the agent.\n"
+         "error ends the process abnormally, as it ends the agent. With --preflight: 0 everything\n"
+         "fits; 3 something would not fit (a kernel CoPP key, VXLAN CoPP entry, per-port default\n"
+         "policer or class would stay unpoliced, or the agent would stop); 1 and 2 as above.\n"
          "\n"
          "Built-in CPU queues (\"cpuQueues\" replaces them; rate in pps, burst in packets):\n";
    char line[160];
@@ -102,15 +104,32 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOption
           std::string const error = traceConfigError(config);
           return error.empty() ? std::string() : "--trace " + error;
        });
-   app.add_option("--plot", options.plot,
-                  "write an SVG chart of the traffic per flow over virtual time")
-       ->type_name("FILE.svg");
-   app.add_flag("--check", options.check, "read and check the scenario, run nothing");
+   auto* plot = app.add_option("--plot", options.plot,
+                               "write an SVG chart of the traffic per flow over virtual time")
+                    ->type_name("FILE.svg");
+   std::string format = "text";
+   app.add_option("--format", format,
+                  "text: the transcript for a person (the default); json: the same run as JSON "
+                  "Lines, one object per event (host/transcript.schema.json)")
+       ->type_name("text|json")
+       ->check(CLI::IsMember({"text", "json"}));
+   auto* check = app.add_flag("--check", options.check, "read and check the scenario, run nothing");
+   app.add_flag("--preflight", options.preflight,
+                "run nothing; print the switch's hardware demand at start-up and at its peak "
+                "over the steps against its resources, and what would stay unpoliced; exit "
+                "status 3 when something would not fit")
+       ->excludes(check)
+       ->excludes(plot);
    app.add_flag("--print-demo", options.printDemo,
                 "write the built-in demo scenario as JSON and end");
    app.footer(helpFooter());
    try {
       app.parse(argc, argv);
+      options.json = format == "json";
+      if (options.preflight && options.json) {
+         throw CLI::ValidationError("--preflight",
+                                    "writes its report as text; --format json is for the run");
+      }
    } catch (CLI::CallForHelp const& e) {
       app.exit(e, out, err);
       return 0;

@@ -14,10 +14,14 @@ struct SimOptions {
    std::string plot;        // SVG file to write, or empty
    bool check = false;      // read and check the scenario only
    bool printDemo = false;  // write the built-in demo scenario
+   bool json = false;       // the transcript as JSON Lines
+   bool preflight = false;  // the hardware demand of the scenario, without running it
 };
 
 // Exit status of a command line that cannot be used.
 inline constexpr int usageExitCode = 2;
+// Exit status of a preflight that finds something that would not fit.
+inline constexpr int preflightShortExitCode = 3;
 
 // Reads the command line into `options`. Returns an exit status when the program should end
 // at once (0 after --help, usageExitCode for a command line it cannot use, with the reason on

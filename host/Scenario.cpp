@@ -407,6 +407,7 @@ class StepReader {
       s.number = number;
       s.name = name;
       s.action = action(r, name, value);
+      s.value = value.dump();
       return s;
    }
 

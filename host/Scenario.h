@@ -117,6 +117,7 @@ struct ScenarioStep {
    int number = 0;  // from 1, as the file counts them
    std::string name;
    StepAction action;
+   std::string value;  // the step's value as the file wrote it, in compact JSON
 };
 
 struct Scenario {

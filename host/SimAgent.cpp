@@ -16,90 +16,11 @@
 #include "Orvik/IntfNameCmp.h"
 #include "Oskel/VerifyData.h"
 #include "host/SvgPlot.h"
+#include "host/TextTranscript.h"
 
 namespace NimbalHost {
 
 namespace {
-
-// A number of seconds as a person writes it: 60, 0.5, 2.25.
-std::string secondsText(double s) {
-   char buf[48];
-   if (std::fabs(s - std::round(s)) < 1e-9) {
-      std::snprintf(buf, sizeof buf, "%.0f", s);
-   } else {
-      std::snprintf(buf, sizeof buf, "%g", s);
-   }
-   return buf;
-}
-
-// "1 key", "2 keys".
-std::string counted(std::size_t n, std::string const& one, std::string const& many = "") {
-   return std::to_string(n) + " " + (n == 1 ? one : many.empty() ? one + "s" : many);
-}
-
-std::string timeText(double s) {
-   char buf[48];
-   std::snprintf(buf, sizeof buf, "%.3f", s);
-   return buf;
-}
-
-std::string stepText(ScenarioStep const& step) {
-   struct Describe {
-      std::string operator()(step::Police const& s) const {
-         return s.interface + " " + s.cmapName + " cir " + std::to_string(s.cir) + " pps bc " +
-                std::to_string(s.bc) + " packets";
-      }
-      std::string operator()(step::Unpolice const& s) const {
-         return s.interface + " " + s.cmapName;
-      }
-      std::string operator()(step::Vxlan const& s) const { return s.enabled ? "on" : "off"; }
-      std::string operator()(step::Recirc const& s) const {
-         return s.interface + (s.enabled ? " on" : " off");
-      }
-      std::string operator()(step::Advance const& s) const { return secondsText(s.seconds) + " s"; }
-      std::string operator()(step::Traffic const& s) const {
-         std::string const to =
-             s.queue ? "queue " + std::to_string(*s.queue) : "class " + s.cmapName;
-         return s.interface + " " + to + " " + std::to_string(s.pps) + " pps for " +
-                secondsText(s.seconds) + " s" + (s.vxlan ? " as VXLAN tunnel traffic" : "");
-      }
-      std::string operator()(step::Show const& s) const { return s.hw ? "hw" : "sw"; }
-      std::string operator()(step::Clear const& s) const {
-         std::string out = s.interface ? *s.interface : "every interface";
-         return out + (s.queue ? " queue " + std::to_string(*s.queue) : ", every queue");
-      }
-      std::string operator()(step::Poll const& s) const { return s.interface + " " + s.cmapName; }
-      std::string operator()(step::Verify const&) const { return ""; }
-      std::string operator()(step::Set const& s) const {
-         std::string out;
-         for (auto const& [name, value] : s.attributes) {
-            out += (out.empty() ? "" : ", ") + name + " " + value;
-         }
-         return out;
-      }
-      std::string operator()(step::Resources const& s) const {
-         std::string out;
-         auto add = [&out](char const* name, std::optional<U32> const& v) {
-            if (v) {
-               out += (out.empty() ? "" : ", ") + std::string(name) + " " + std::to_string(*v);
-            }
-         };
-         add("efpCoppEntries", s.sizes.efpCoppEntries);
-         add("efpCoppMeters", s.sizes.efpCoppMeters);
-         add("efpDefaultMeters", s.sizes.efpDefaultMeters);
-         return out;
-      }
-      std::string operator()(step::Tamper const& s) const {
-         return s.interface + " queue " + std::to_string(s.queue) + " cir " +
-                std::to_string(s.cir) + " bc " + std::to_string(s.bc);
-      }
-      std::string operator()(step::Fail const& s) const {
-         return s.call + " " + std::to_string(s.rc);
-      }
-   };
-   std::string const what = std::visit(Describe(), step.action);
-   return step.name + (what.empty() ? "" : " " + what);
-}
 
 // The toggle file the factory reads, with the scenario's toggles, for as long as it lives.
 class ToggleFile {
@@ -141,9 +62,20 @@ class ToggleFile {
 
 }  // namespace
 
-SimAgent::SimAgent(Scenario const& scenario, std::FILE* out) : scenario_(scenario), out_(out) {
+SimAgent::SimAgent(Scenario const& scenario, TranscriptWriter& out)
+    : scenario_(scenario), out_(out) {
+   start();
+}
+
+SimAgent::SimAgent(Scenario const& scenario, std::FILE* out)
+    : scenario_(scenario), ownWriter_(std::make_unique<TextTranscript>(out)), out_(*ownWriter_) {
+   start();
+}
+
+void SimAgent::start() {
    Kiv::logSinkIs([this](Kiv::LogHandle const& handle, std::string const& message) {
-      line("log: " + handle.key() + ": " + message);
+      emit(event::Log{handle.key(), handle.severity(), message, handle.minInterval(),
+                      handle.maxInterval(), handle.burst(), handle.flags()});
    });
    start_ = Kiv::activityClock()->now();
    // What the scenario asks for comes first: start-up may already raise log messages.
@@ -176,9 +108,8 @@ SimAgent::~SimAgent() {
    Kiv::logSinkIs(nullptr);
 }
 
-void SimAgent::line(std::string const& text) {
-   std::fputs(text.c_str(), out_);
-   std::fputc('\n', out_);
+void SimAgent::emit(TranscriptPayload what) {
+   out_.write(TranscriptEvent{now(), stepNumber_, std::move(what)});
 }
 
 double SimAgent::now() const {
@@ -194,9 +125,9 @@ void SimAgent::advanceTo(double seconds) {
    kernel_->retry();
 }
 
-std::string SimAgent::queueText(U32 queue) const {
+std::optional<std::string> SimAgent::queueName(U32 queue) const {
    Kiv::Ptr<Nimbal::MmuCpuQ> const cpuQ = switch_->mmuSm()->cpuQColl()->cpuQ(queue);
-   return "CPU queue " + std::to_string(queue) + (cpuQ ? " (" + cpuQ->name() + ")" : "");
+   return cpuQ ? std::optional<std::string>(cpuQ->name()) : std::nullopt;
 }
 
 Oskel::ModIdPortQueueKey SimAgent::keyOf(std::string const& intf, U32 queue) const {
@@ -206,66 +137,52 @@ Oskel::ModIdPortQueueKey SimAgent::keyOf(std::string const& intf, U32 queue) con
 
 void SimAgent::switchReport() {
    ScenarioSwitch const& sw = scenario_.sw;
-   line("nimbal-copp-sim: " + scenario_.file);
-   for (std::string const& l : wrapped(scenario_.description, 96)) {
-      line("  " + l);
-   }
+   emit(event::Scenario{scenario_.file, scenario_.description});
    std::size_t dynamicQueues = 0;
    for (auto const& row : sw.cpuQueues) {
       dynamicQueues += row.dynamic ? 1 : 0;
    }
-   std::string interfaces = counted(sw.interfaces.size(), "interface");
-   if (!sw.fabricInterfaces.empty()) {
-      interfaces += " and " + counted(sw.fabricInterfaces.size(), "fabric interface");
-   }
-   line("switch: " + std::to_string(sw.modules.size()) +
-        (sw.modules.size() == 1 ? " module, " : " modules, ") + interfaces + ", " +
-        std::to_string(sw.cpuQueues.size()) + " CPU queues (" + std::to_string(dynamicQueues) +
-        " dynamic), port default CoPP rate " + std::to_string(sw.portDefaultCoppRate) +
-        " pps, VXLAN workaround " + (sw.vxlanWorkaround ? "on" : "off"));
+   emit(event::Switch{sw.modules.size(), sw.interfaces.size(), sw.fabricInterfaces.size(),
+                      sw.cpuQueues.size(), dynamicQueues, sw.portDefaultCoppRate,
+                      sw.vxlanWorkaround});
 }
 
 void SimAgent::startUpReport() {
    Kiv::Ptr<Nimbal::QosAclHelperV1> const helper = switch_->helper();
-   line("helper: " + helper->fwkType()->fullName() +
-        (switch_->helperFromLibraryFile() ? ", from the library file through dlopen and "
-                                            "getQosAclHelper"
-                                          : ", from getQosAclHelper"));
-   std::size_t highPorts = 0;
+   emit(event::Helper{helper->fwkType()->fullName(), switch_->helperFromLibraryFile()});
+   event::StartUp e;
+   e.portDefaultPolicers = helper->portDefaultCoppPolicerHwData();
+   e.kernelKeysProgrammed = kernel_->programmed().size();
+   e.highPortsFrom = Switch::defaultEntryPorts;
    for (auto const& intf : switch_->interfaces()) {
-      highPorts += switch_->port(intf).logicalPort() >= Switch::defaultEntryPorts ? 1 : 0;
+      e.interfacesOnHighPorts +=
+          switch_->port(intf).logicalPort() >= Switch::defaultEntryPorts ? 1 : 0;
    }
-   line("start-up: " +
-        counted(helper->portDefaultCoppPolicerHwData(), "per-port default CoPP policer") + ", " +
-        counted(kernel_->programmed().size(), "kernel CoPP key") + " programmed");
-   if (highPorts) {
-      line("start-up: no per-port default CoPP policer on ports " +
-           std::to_string(Switch::defaultEntryPorts) + " and above (" +
-           counted(highPorts, "interface") + ")");
+   for (Orvik::IntfId const& intf : switch_->interfacesWithoutDefaultPolicer()) {
+      e.interfacesWithoutDefaultPolicer.push_back(intf.stringValue());
    }
-   if (!switch_->interfacesWithoutDefaultPolicer().empty()) {
-      line("start-up: no per-port default CoPP policer on " +
-           counted(switch_->interfacesWithoutDefaultPolicer().size(), "interface") +
-           " (the default-and-VXLAN group ran out), the first " +
-           switch_->interfacesWithoutDefaultPolicer().front().stringValue());
-   }
+   emit(std::move(e));
 }
 
 void SimAgent::afterStep() {
    std::size_t const failed = kernel_->failed().size();
    if (failed != reportedFailedKeys_) {
-      line(failed ? "  kernel CoPP: " + counted(failed, "key") +
-                        " waiting for hardware resources, tried again as the clock advances"
-                  : "  kernel CoPP: every key is programmed");
+      event::KernelCopp e;
+      for (Oskel::ModIdPortQueueKey const& key : kernel_->failed()) {
+         NimbalTypes::NimbalPort const port(static_cast<U16>(key.modId()),
+                                            switch_->unitOfModule(static_cast<U16>(key.modId())),
+                                            static_cast<U16>(key.port()));
+         e.waiting.push_back(
+             {switch_->intf(port).stringValue(), key.modId(), key.port(), key.queue()});
+      }
+      emit(std::move(e));
       reportedFailedKeys_ = failed;
    }
    Kiv::Ptr<Nimbal::QosIntfCoppSm> const sm = switch_->helper()->qosIntfCoppSm();
    bool const exhausted = sm && sm->vxlanEntryExhausted();
    double const retryAt = exhausted ? sm->vxlanEntryRetryTimer()->timeMin() - start_ : 0;
    if (exhausted != reportedVxlanExhausted_ || retryAt != reportedVxlanRetry_) {
-      line(exhausted ? "  VXLAN CoPP entries ran out; the state machine retries at " +
-                           timeText(retryAt) + " s"
-                     : "  VXLAN CoPP entries: nothing waits for a retry");
+      emit(event::VxlanRetry{exhausted, retryAt});
       reportedVxlanExhausted_ = exhausted;
       reportedVxlanRetry_ = retryAt;
    }
@@ -275,12 +192,12 @@ void SimAgent::run() {
    for (ScenarioStep const& s : scenario_.steps) {
       step(s);
    }
-   line("end at " + timeText(now()) +
-        " s: " + counted(kernel_->programmed().size(), "kernel CoPP key") + " programmed");
+   emit(event::End{kernel_->programmed().size(), kernel_->failed().size()});
 }
 
 void SimAgent::step(ScenarioStep const& s) {
-   line("step " + std::to_string(s.number) + " at " + timeText(now()) + " s: " + stepText(s));
+   stepNumber_ = s.number;
+   emit(event::Step{&s});
    std::visit(
        [this, &s](auto const& action) {
           using T = std::decay_t<decltype(action)>;
@@ -323,38 +240,29 @@ void SimAgent::police(step::Police const& s) {
    U32 const defaultRate = switch_->helper()->portDefaultCoppPolicerHwData(intf).policerRate();
    QosClassConfig::PoliceOutcome const o = classes_->police(s.interface, s.cmapName, s.cir, s.bc);
    if (!o.cpuQ) {
-      line("  " + s.interface + " " + s.cmapName +
-           ": no dynamic CPU queue is free; the class is not programmed");
+      emit(event::ClassNotProgrammed{s.interface, s.cmapName});
       return;
    }
-   line("  " + s.interface + " " + s.cmapName + " on " + queueText(*o.cpuQ) + ", " +
-        (o.dynamic ? "dynamic" : "static") + ": " + std::to_string(s.cir) + " pps, burst " +
-        std::to_string(s.bc) + " packets" + (o.rateChange ? " (rate changed)" : ""));
-   Nimbal::NimbalQosPolicerHwData const d = switch_->helper()->portDefaultCoppPolicerHwData(intf);
-   if (d.policerRate() != defaultRate) {
-      line("  per-port default CoPP policer of " + s.interface + ": " +
-           std::to_string(d.policerRate()) + " pps, burst " + std::to_string(d.policerBurst()) +
-           " packets");
-   }
+   emit(event::ClassPoliced{s.interface, s.cmapName, *o.cpuQ, queueName(*o.cpuQ), o.dynamic, s.cir,
+                            s.bc, o.rateChange});
+   portDefaultPolicerReport(intf, defaultRate);
 }
 
 void SimAgent::unpolice(step::Unpolice const& s) {
    Orvik::IntfId const intf(s.interface);
    U32 const defaultRate = switch_->helper()->portDefaultCoppPolicerHwData(intf).policerRate();
    QosClassConfig::UnpoliceOutcome const o = classes_->unpolice(s.interface, s.cmapName);
-   if (!o.cpuQ) {
-      line("  " + s.interface + " " + s.cmapName +
-           ": police action removed; it was never "
-           "programmed");
-      return;
+   emit(event::ClassUnpoliced{s.interface, s.cmapName, o.cpuQ,
+                              o.cpuQ ? queueName(*o.cpuQ) : std::nullopt, o.dynamic});
+   if (o.cpuQ) {
+      portDefaultPolicerReport(intf, defaultRate);
    }
-   line("  " + s.interface + " " + s.cmapName + ": police action removed; " + queueText(*o.cpuQ) +
-        (o.dynamic ? " is given back to the pool" : " is back to its default rate"));
+}
+
+void SimAgent::portDefaultPolicerReport(Orvik::IntfId const& intf, U32 rateBefore) {
    Nimbal::NimbalQosPolicerHwData const d = switch_->helper()->portDefaultCoppPolicerHwData(intf);
-   if (d.policerRate() != defaultRate) {
-      line("  per-port default CoPP policer of " + s.interface + ": " +
-           std::to_string(d.policerRate()) + " pps, burst " + std::to_string(d.policerBurst()) +
-           " packets");
+   if (d.policerRate() != rateBefore) {
+      emit(event::PortDefaultPolicer{intf.stringValue(), d.policerRate(), d.policerBurst()});
    }
 }
 
@@ -362,25 +270,23 @@ void SimAgent::vxlan(step::Vxlan const& s) {
    switch_->scsd()->vxlanEnabledIs(s.enabled);
    std::size_t const entries = switch_->helper()->kernelDynamicCoppVxlanData() +
                                switch_->helper()->portDefaultCoppPolicerVxlanHwData();
-   line(std::string("  VXLAN ") + (s.enabled ? "enabled" : "disabled") + "; " +
-        counted(entries, "VXLAN CoPP entry", "VXLAN CoPP entries") + " programmed");
+   emit(event::Vxlan{s.enabled, entries});
 }
 
 void SimAgent::recirc(step::Recirc const& s) {
    Orvik::IntfId const intf(s.interface);
    if (s.enabled) {
       switch_->scsd()->vxlanRecircIntfIs(intf, true);
-      line("  " + s.interface + " is a VXLAN recirculation interface");
    } else {
       switch_->scsd()->vxlanRecircIntfDel(intf);
-      line("  " + s.interface + " is no longer a VXLAN recirculation interface");
    }
+   emit(event::Recirc{s.interface, s.enabled});
 }
 
 void SimAgent::traffic(step::Traffic const& s) {
    std::optional<U32> const queue = s.queue ? s.queue : classes_->queueOfClass(s.cmapName);
    if (!queue) {
-      line("  class " + s.cmapName + " has no CPU queue: nothing was sent");
+      emit(event::TrafficNotSent{event::TrafficNotSent::Reason::noCpuQueue, s.cmapName});
       return;
    }
    NimbalTypes::NimbalPort const source = switch_->port(Orvik::IntfId(s.interface));
@@ -406,15 +312,15 @@ void SimAgent::traffic(step::Traffic const& s) {
             sameUnit = recirc.begin();
          }
          if (sameUnit == recirc.end()) {
-            line("  no VXLAN recirculation interface: nothing was sent");
+            emit(
+                event::TrafficNotSent{event::TrafficNotSent::Reason::noRecirculationInterface, ""});
             return;
          }
          // It arrives where the recirculation interface is, which may be another unit.
          NimbalTypes::NimbalPort const recircPort = switch_->port(Orvik::IntfId(*sameUnit));
          unit = recircPort.unit();
          inPort = recircPort.logicalPort();
-         line("  tunnel traffic of " + s.interface + " reaches the CPU from " + *sameUnit +
-              " with inner VLAN " + std::to_string(innerVlan));
+         emit(event::TunnelTraffic{s.interface, *sameUnit, innerVlan});
       }
    }
    Kiv::Ptr<Nimbal::MmuCpuQ> const cpuQ = switch_->mmuSm()->cpuQColl()->cpuQ(*queue);
@@ -433,16 +339,35 @@ void SimAgent::traffic(step::Traffic const& s) {
       allowed += passed ? 1 : 0;
    }
    advanceTo(t0 + s.seconds);
-   line("traffic " + s.interface + " queue " + std::to_string(*queue) + ": offered " +
-        std::to_string(packets) + " allowed " + std::to_string(allowed) + " dropped " +
-        std::to_string(packets - allowed));
+   emit(event::Traffic{s.interface, *queue, queueName(*queue), s.vxlan, packets, allowed,
+                       packets - allowed});
 }
 
 void SimAgent::show(step::Show const& s) {
-   std::fflush(out_);
-   Kiv::invoke(*switch_->helper(), s.hw ? "showCoppIntfCountersHw" : "showCoppIntfCountersSw",
-               {std::to_string(::fileno(out_))});
-   std::fflush(out_);
+   std::string text = libraryOutput(s.hw ? "showCoppIntfCountersHw" : "showCoppIntfCountersSw");
+   std::vector<std::string> interfaces;
+   for (Orvik::IntfId const& intf : switch_->interfaces()) {
+      interfaces.push_back(intf.stringValue());
+   }
+   std::vector<CounterTableRow> rows = counterTableRows(text, s.hw, interfaces);
+   emit(event::Show{s.hw, std::move(text), std::move(rows)});
+}
+
+std::string SimAgent::libraryOutput(char const* operation) {
+   // The library writes to a descriptor; a file of our own takes it whole.
+   std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
+   if (!file) {
+      throw std::runtime_error(std::string("cannot make a file for ") + operation);
+   }
+   Kiv::invoke(*switch_->helper(), operation, {std::to_string(::fileno(file.get()))});
+   std::rewind(file.get());
+   std::string text;
+   char buf[4096];
+   std::size_t n;
+   while ((n = std::fread(buf, 1, sizeof buf, file.get())) > 0) {
+      text.append(buf, n);
+   }
+   return text;
 }
 
 void SimAgent::clear(step::Clear const& s) {
@@ -467,14 +392,12 @@ void SimAgent::clear(step::Clear const& s) {
                    std::to_string(key.queue()), "false"});
       ++cleared;
    }
-   line("  cleared the counters of " + counted(cleared, "programmed port-queue key"));
+   emit(event::Clear{cleared});
 }
 
 void SimAgent::poll(step::Poll const& s) {
    Oskel::QosClassCounterData const c = classes_->poll(s.interface, s.cmapName);
-   line("poll " + s.interface + " " + s.cmapName + ": pktHits=" + std::to_string(c.pktHits()) +
-        " drop=" + std::to_string(c.drop()) + " byteHits=" + std::to_string(c.byteHits()) +
-        " dropBytes=" + std::to_string(c.dropBytes()));
+   emit(event::Poll{s.interface, s.cmapName, c.pktHits(), c.drop(), c.byteHits(), c.dropBytes()});
 }
 
 void SimAgent::verify() {
@@ -483,10 +406,11 @@ void SimAgent::verify() {
    classes_->verifyAll();
    // The per-port default policers are verified by name, as the agent's verify command does.
    Kiv::invoke(*switch_->helper(), "verifyCoppPerPortDefaultPolicer", {});
+   event::Verify e;
    for (auto const& cli : data->cliVerifyOutput()) {
-      line("verify: " + cli.message);
+      e.differences.push_back(cli.message);
    }
-   line("verify: " + std::to_string(data->cliVerifyOutput().size()) + " differences");
+   emit(std::move(e));
 }
 
 void SimAgent::set(ScenarioStep const& step, step::Set const& s) {
@@ -497,29 +421,27 @@ void SimAgent::set(ScenarioStep const& step, step::Set const& s) {
          throw ScenarioError(scenario_.file + ": step " + std::to_string(step.number) +
                              " (set): key \"" + name + "\": " + e.what());
       }
-      line("  " + name + " = " + Kiv::attributeValue(*switch_->helper(), name));
+      emit(event::AttributeSet{name, Kiv::attributeValue(*switch_->helper(), name)});
    }
 }
 
 void SimAgent::resources(step::Resources const& s) {
    switch_->resourcesIs(s.sizes);
+   event::Resources e;
    for (U16 unit : switch_->units()) {
       Shim::FieldGroup const* copp = switch_->chip().group(unit, Switch::efpCoppGroupId);
       Shim::FieldGroup const* def = switch_->chip().group(unit, Switch::efpCoppDefAndVxlanGroupId);
       if (!copp || !def) {
          continue;
       }
-      line("  unit " + std::to_string(unit) + ": egress CoPP entries " +
-           std::to_string(copp->entriesInUse) + " of " + std::to_string(copp->entryPoolSize) +
-           ", meters " + std::to_string(copp->metersInUse) + " of " +
-           std::to_string(copp->meterPoolSize) + "; default-and-VXLAN meters " +
-           std::to_string(def->metersInUse) + " of " + std::to_string(def->meterPoolSize));
+      e.units.push_back({unit, copp->entriesInUse, copp->entryPoolSize, copp->metersInUse,
+                         copp->meterPoolSize, def->metersInUse, def->meterPoolSize});
    }
+   emit(std::move(e));
 }
 
 void SimAgent::tamper(step::Tamper const& s) {
    Oskel::ModIdPortQueueKey const key = keyOf(s.interface, s.queue);
-   std::string const what = s.interface + " queue " + std::to_string(s.queue);
    Kiv::Ptr<Nimbal::NimbalQosKernelDynamicCoppData> const data =
        switch_->helper()->kernelDynamicCoppData(key);
    int const unit = switch_->port(Orvik::IntfId(s.interface)).unit();
@@ -527,22 +449,19 @@ void SimAgent::tamper(step::Tamper const& s) {
        data ? switch_->chip().policer(unit, static_cast<Shim::bcm_policer_t>(data->policerId()))
             : nullptr;
    if (!policer) {
-      line("  " + what + " has no programmed meter: nothing was changed");
+      emit(event::Tamper{s.interface, s.queue, std::nullopt, s.cir, s.bc});
       return;
    }
    Shim::bcm_policer_config_s config = policer->config;
    config.ckbits_sec_is(s.cir);
    config.ckbits_burst_is(s.bc);
    switch_->chip().tamperPolicer(unit, policer->id, config);
-   line("  policer " + std::to_string(policer->id) + " of " + what + " now meters " +
-        std::to_string(s.cir) + " pps, burst " + std::to_string(s.bc) +
-        " packets, behind the agent's back");
+   emit(event::Tamper{s.interface, s.queue, static_cast<U32>(policer->id), s.cir, s.bc});
 }
 
 void SimAgent::fail(step::Fail const& s) {
    switch_->sdk().failNextCallIs(s.call, s.rc);
-   line("  the next " + s.call + " returns " + std::to_string(s.rc) + " (" +
-        Shim::bcm_errmsg(s.rc) + ")");
+   emit(event::Fail{s.call, s.rc, Shim::bcm_errmsg(s.rc)});
 }
 
 std::string SimAgent::plot() const {

@@ -14,13 +14,16 @@
 #include "host/Scenario.h"
 #include "host/SwitchBuilder.h"
 #include "host/TrafficLog.h"
+#include "host/TranscriptEvent.h"
 
 namespace NimbalHost {
 
 class SimAgent {
   public:
-   // Starts the agent on the scenario's switch, writing to `out`. Throws ScenarioError when
+   // Starts the agent on the scenario's switch, reporting to `out`. Throws ScenarioError when
    // the switch cannot be built. Runs on the caller's activity lock.
+   SimAgent(Scenario const& scenario, TranscriptWriter& out);
+   // The same, with the text transcript written to `out`.
    SimAgent(Scenario const& scenario, std::FILE* out);
    ~SimAgent();
    SimAgent(SimAgent const&) = delete;
@@ -45,12 +48,16 @@ class SimAgent {
    std::string plot() const;
 
   private:
-   void line(std::string const& text);
+   void start();
+   void emit(TranscriptPayload what);
    void switchReport();
    void startUpReport();
    void afterStep();
-   std::string queueText(U32 queue) const;
+   std::optional<std::string> queueName(U32 queue) const;
    Oskel::ModIdPortQueueKey keyOf(std::string const& intf, U32 queue) const;
+   void portDefaultPolicerReport(Orvik::IntfId const& intf, U32 rateBefore);
+   // What a library operation called by name writes to its descriptor.
+   std::string libraryOutput(char const* operation);
 
    void police(step::Police const& s);
    void unpolice(step::Unpolice const& s);
@@ -67,8 +74,10 @@ class SimAgent {
    void fail(step::Fail const& s);
 
    Scenario const& scenario_;
-   std::FILE* out_;
+   std::unique_ptr<TranscriptWriter> ownWriter_;
+   TranscriptWriter& out_;
    double start_ = 0;
+   int stepNumber_ = 0;  // the step being played, 0 before the first
    std::unique_ptr<Switch> switch_;
    std::unique_ptr<QosClassConfig> classes_;
    std::unique_ptr<KernelCoppReactor> kernel_;

@@ -5,13 +5,17 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <memory>
 
 #include "Kiv/Activity.h"
 #include "Kiv/Trace.h"
 #include "host/CommandLine.h"
 #include "host/Demo.h"
+#include "host/JsonTranscript.h"
+#include "host/Preflight.h"
 #include "host/Scenario.h"
 #include "host/SimAgent.h"
+#include "host/TextTranscript.h"
 
 int main(int argc, char** argv) {
    NimbalHost::SimOptions options;
@@ -36,6 +40,11 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "%s\n", e.what());
       return 1;
    }
+   if (options.preflight) {
+      NimbalHost::Preflight const p = NimbalHost::preflight(scenario);
+      std::fputs(p.text.c_str(), stdout);
+      return p.fits ? 0 : NimbalHost::preflightShortExitCode;
+   }
    if (options.check) {
       std::printf("%s: valid, %zu steps\n", scenario.file.c_str(), scenario.steps.size());
       return 0;
@@ -51,8 +60,14 @@ int main(int argc, char** argv) {
 
    // The agent's event loop holds the activity lock; SDK calls release it for their duration.
    Kiv::ActivityScope activity;
+   std::unique_ptr<NimbalHost::TranscriptWriter> transcript;
+   if (options.json) {
+      transcript = std::make_unique<NimbalHost::JsonTranscript>(stdout);
+   } else {
+      transcript = std::make_unique<NimbalHost::TextTranscript>(stdout);
+   }
    try {
-      NimbalHost::SimAgent agent(scenario, stdout);
+      NimbalHost::SimAgent agent(scenario, *transcript);
       agent.run();
       if (plot.is_open()) {
          plot << agent.plot();

@@ -95,3 +95,35 @@ TEST(SimCommandLine, TraceOptionIsNameColonLevelPairs) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(SimCommandLine, FormatIsTextOrJson) {
+   EXPECT_FALSE(parse({}).options.json);
+   EXPECT_FALSE(parse({"--format", "text"}).options.json);
+   Parsed const json = parse({"--format", "json", "examples/basic.json"});
+   EXPECT_FALSE(json.exit.has_value());
+   EXPECT_TRUE(json.options.json);
+   Parsed const xml = parse({"--format", "xml"});
+   EXPECT_EQ(xml.exit, NimbalHost::usageExitCode);
+   EXPECT_NE(xml.err.find("--format"), std::string::npos) << xml.err;
+}
+
+TEST(SimCommandLine, PreflightRunsNothingSoItTakesNoCheckOrPlot) {
+   Parsed const p = parse({"--preflight", "examples/basic.json"});
+   EXPECT_FALSE(p.exit.has_value());
+   EXPECT_TRUE(p.options.preflight);
+   EXPECT_EQ(parse({"--preflight", "--check"}).exit, NimbalHost::usageExitCode);
+   EXPECT_EQ(parse({"--preflight", "--plot", "a.svg"}).exit, NimbalHost::usageExitCode);
+}
+
+TEST(SimCommandLine, HelpListsFormatPreflightAndTheirExitStatuses) {
+   Parsed const p = parse({"--help"});
+   ASSERT_EQ(p.exit, 0);
+   EXPECT_NE(p.out.find("--format text|json"), std::string::npos);
+   EXPECT_NE(p.out.find("--preflight"), std::string::npos);
+   EXPECT_NE(p.out.find("With --preflight: 0 everything\nfits; 3 something would not fit"),
+             std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,88 @@
+"""Checks the simulator's JSON Lines transcript against host/transcript.schema.json.
+
+    ValidateTranscript.py SCHEMA SIM [SCENARIO]   plays SCENARIO (the demo when absent) with
+                                                  --format json and validates every line
+    ValidateTranscript.py SCHEMA --self-check      the schema refuses events that are wrong
+
+Run with Debian's /usr/bin/python3 and python3-jsonschema (scripts/setup.sh installs it).
+"""
+import json
+import subprocess
+import sys
+
+import jsonschema
+
+
+def validator(path):
+    with open(path, encoding="utf-8") as f:
+        schema = json.load(f)
+    jsonschema.Draft7Validator.check_schema(schema)
+    return jsonschema.Draft7Validator(schema)
+
+
+def fail(message):
+    print(message, file=sys.stderr)
+    sys.exit(1)
+
+
+def play(check, sim, scenario):
+    run = subprocess.run([sim, "--format", "json"] + scenario, capture_output=True, text=True)
+    if run.returncode != 0:
+        fail(f"exit status {run.returncode}; standard error:\n{run.stderr}")
+    lines = run.stdout.splitlines()
+    if not lines:
+        fail("no events")
+    events = []
+    for number, line in enumerate(lines, 1):
+        try:
+            event = json.loads(line)
+        except json.JSONDecodeError as e:
+            fail(f"line {number} is not JSON ({e}): {line}")
+        errors = sorted(check.iter_errors(event), key=lambda e: e.path)
+        if errors:
+            fail(f"line {number} does not fit the schema: {errors[0].message}\n{line}")
+        events.append(event)
+    if events[0]["event"] != "scenario" or events[-1]["event"] != "end":
+        fail("the transcript does not run from the scenario to the end")
+    steps = [e["step"] for e in events]
+    times = [e["time"] for e in events]
+    if steps != sorted(steps) or times != sorted(times):
+        fail("steps or times go backwards")
+    print(f"{len(events)} events fit the schema")
+
+
+def self_check(check):
+    good = {"event": "traffic", "time": 1.5, "step": 2, "interface": "Ethernet1", "queue": 1,
+            "queueName": "CoppSystemBgp", "vxlan": False, "offered": 10, "allowed": 7,
+            "dropped": 3}
+    if list(check.iter_errors(good)):
+        fail("a good traffic event is refused")
+    wrong = {
+        "without a time": {k: v for k, v in good.items() if k != "time"},
+        "an unknown kind": dict(good, event="trafic"),
+        "a negative counter": dict(good, dropped=-3),
+        "a counter as text": dict(good, offered="10"),
+        "a field of no kind": dict(good, colour="red"),
+        "a queue above 47": dict(good, queue=48),
+        "sw rows in a hw table": {"event": "show", "time": 0, "step": 1, "table": "hw",
+                                  "rows": [{"interface": "Ethernet1", "queue": "CoppSystemBgp",
+                                            "dropped": 1, "allowed": 2}]},
+    }
+    for what, event in wrong.items():
+        if not list(check.iter_errors(event)):
+            fail(f"an event with {what} passes the schema")
+    print(f"the schema refuses {len(wrong)} wrong events")
+
+
+def main():
+    if len(sys.argv) < 3:
+        fail(__doc__)
+    check = validator(sys.argv[1])
+    if sys.argv[2] == "--self-check":
+        self_check(check)
+    else:
+        play(check, sys.argv[2], sys.argv[3:])
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,151 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+// nimbal-copp-sim --preflight as an operator runs it: its exit status, its report, and where it
+// says the agent would stop compared with where the agent does stop.
+
+namespace {
+
+struct ProgramRun {
+   bool exited = false;
+   int code = -1;
+   std::string out;
+   std::string err;
+};
+
+std::string slurp(std::string const& path) {
+   std::ifstream in(path);
+   std::ostringstream text;
+   text << in.rdbuf();
+   return text.str();
+}
+
+ProgramRun run(std::string const& args) {
+   std::string const base = ::testing::TempDir() + "preflight-program-" +
+                            ::testing::UnitTest::GetInstance()->current_test_info()->name();
+   std::string const out = base + ".out";
+   std::string const err = base + ".err";
+   std::string const command = "cd '" NIMBAL_SOURCE_DIR "' && '" NIMBAL_SIM_BINARY "' " + args +
+                               " >'" + out + "' 2>'" + err + "'";
+   int const status = std::system(command.c_str());
+   ProgramRun r;
+   r.exited = WIFEXITED(status);
+   r.code = r.exited ? WEXITSTATUS(status) : -1;
+   r.out = slurp(out);
+   r.err = slurp(err);
+   std::remove(out.c_str());
+   std::remove(err.c_str());
+   return r;
+}
+
+bool has(std::string const& text, std::string const& part) {
+   return text.find(part) != std::string::npos;
+}
+
+TEST(PreflightProgram, WhatFitsEndsWithZero) {
+   ProgramRun const r = run("--preflight examples/basic.json");
+   EXPECT_EQ(r.code, 0);
+   EXPECT_EQ(r.out.rfind("preflight: examples/basic.json\nswitch: 1 module, 8 interfaces", 0), 0u)
+       << r.out;
+   EXPECT_TRUE(has(r.out, "unit 0 egress CoPP entries            312 of 4096       312 of 4096\n"))
+       << r.out;
+   EXPECT_TRUE(has(r.out, "\nverdict: everything fits\n")) << r.out;
+   EXPECT_EQ(r.err, "");
+}
+
+TEST(PreflightProgram, TheDemoFits) {
+   ProgramRun const r = run("--preflight");
+   EXPECT_EQ(r.code, 0) << r.out;
+   EXPECT_TRUE(has(r.out, "preflight: built-in demo\n"));
+   EXPECT_TRUE(has(r.out, "VXLAN source-port entry pool            0 of 512        369 of 512 "))
+       << r.out;
+}
+
+TEST(PreflightProgram, WhatDoesNotFitEndsWithThreeAndNamesWhatStaysUnpoliced) {
+   ProgramRun const r = run("--preflight examples/vxlan-exhaustion.json");
+   EXPECT_EQ(r.code, 3);
+   EXPECT_TRUE(has(r.out,
+                   "Ethernet6 queue 38 (CoppSystemMlag), Ethernet6 queue 39 "
+                   "(CoppSystemDefault)\n"))
+       << r.out;
+   EXPECT_TRUE(has(r.out,
+                   "the library would raise QOS_COPP_HW_RESOURCE_FULL 4 times and "
+                   "QOS_COPP_HW_RESOURCE_NORMAL 2 times\n"))
+       << r.out;
+   EXPECT_TRUE(has(r.out, "\nverdict: something would not fit\n")) << r.out;
+}
+
+TEST(PreflightProgram, InvalidScenarioEndsWithOneAndItsLine) {
+   ProgramRun const r = run("--preflight tests/scenarios/invalid/unknown-class.json");
+   EXPECT_EQ(r.code, 1);
+   EXPECT_EQ(r.out, "");
+   EXPECT_EQ(r.err, slurp(NIMBAL_SOURCE_DIR "/tests/scenarios/invalid/unknown-class.stderr"));
+}
+
+TEST(PreflightProgram, JsonFormatIsForTheRunOnly) {
+   ProgramRun const r = run("--preflight --format json examples/basic.json");
+   EXPECT_EQ(r.code, 2);
+   EXPECT_EQ(r.out, "");
+   EXPECT_TRUE(has(r.err, "--preflight")) << r.err;
+}
+
+// With the TCAM-agent variant class police actions do not reach CoPP: a new class queue makes no
+// kernel CoPP key to program. The toggle is read once per process, so each run is a program.
+TEST(PreflightProgram, VerdictFollowsTheHelperVariantOfTheToggle) {
+   for (bool tcamAgent : {false, true}) {
+      std::string const path =
+          ::testing::TempDir() + "preflight-toggle-" + std::to_string(tcamAgent) + ".json";
+      std::ofstream(path) << R"({"switch": {"toggles": {"UseTcamAgentForPolicyQos": )"
+                          << (tcamAgent ? "true" : "false") << R"(},
+                                "resources": {"efpCoppEntries": 312}},
+         "steps": [{"police": {"interface": "Ethernet1", "class": "copp-user-a", "cir": 300,
+                               "bc": 30}}, {"advance": 1}]})";
+      SCOPED_TRACE(tcamAgent ? "TCAM-agent variant" : "plain helper");
+      ProgramRun const agent = run("--format json '" + path + "'");
+      ASSERT_EQ(agent.code, 0) << agent.err;
+      bool const waited =
+          has(agent.out, R"("event":"kernelCopp","time":0.0,"step":1,"waiting":[{)");
+      EXPECT_EQ(waited, !tcamAgent) << agent.out;
+      ProgramRun const p = run("--preflight '" + path + "'");
+      EXPECT_EQ(p.code, waited ? 3 : 0) << p.out;
+      std::remove(path.c_str());
+   }
+}
+
+// Each scenario that ends the agent: the preflight names the step, and the run ends in it.
+TEST(PreflightProgram, ForeseesTheStepInWhichTheAgentStops) {
+   int foreseen = 0;
+   for (auto const& entry :
+        std::filesystem::directory_iterator(NIMBAL_SOURCE_DIR "/tests/scenarios/abort")) {
+      if (entry.path().extension() != ".json") {
+         continue;
+      }
+      std::string const scenario = "tests/scenarios/abort/" + entry.path().filename().string();
+      SCOPED_TRACE(scenario);
+      ProgramRun const agent = run(scenario);
+      ASSERT_FALSE(agent.exited && (agent.code == 0 || agent.code == 1));
+      std::size_t const last = agent.out.rfind("\nstep ");
+      ASSERT_NE(last, std::string::npos);
+      std::string const step = agent.out.substr(last + 1, agent.out.find(" at ", last) - last - 1);
+
+      ProgramRun const p = run("--preflight " + scenario);
+      if (has(p.out, "makes an SDK call fail")) {
+         // An injected SDK failure is beyond the preflight, and it says so.
+         EXPECT_TRUE(has(p.out, "\nnot foreseen: step ")) << p.out;
+         continue;
+      }
+      EXPECT_EQ(p.code, 3);
+      EXPECT_TRUE(has(p.out, "the agent would stop in " + step + " (")) << step << "\n" << p.out;
+      ++foreseen;
+   }
+   EXPECT_GE(foreseen, 3);
+}
+
+}  // namespace

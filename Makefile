@@ -1,6 +1,9 @@
 # The two entry points: `make demo` plays the simulator's demo, `make test` runs every test
-# on the release build and then on the sanitizer build. Both install what is missing first.
-.PHONY: demo test bench setup release sanitize debug clean random-long
+# on the release build and then on the sanitizer build, then a short run of the fuzzers. Both
+# install what is missing first. `make fuzz-long`, `make random-long` and `make valgrind` are the
+# long checks.
+.PHONY: demo test bench setup release sanitize debug fuzz fuzz-smoke fuzz-long valgrind clean \
+        random-long
 
 setup:
 	@./scripts/setup.sh
@@ -17,6 +20,21 @@ debug: setup
 	cmake --preset debug >/dev/null
 	cmake --build --preset debug -j2
 
+# The libFuzzer targets (clang, AddressSanitizer, UndefinedBehaviorSanitizer).
+fuzz: setup
+	cmake --preset fuzz >/dev/null
+	cmake --build --preset fuzz -j2
+
+fuzz-smoke: fuzz
+	./scripts/fuzz.sh smoke
+
+fuzz-long: fuzz
+	./scripts/fuzz.sh long
+
+# The demo and every example under valgrind.
+valgrind: release
+	./scripts/valgrind-examples.sh
+
 demo: release
 	./build/release/bin/nimbal-copp-sim
 
@@ -24,9 +42,10 @@ demo: release
 bench: release
 	python3 bench/figures.py build/release/bin
 
-test: release sanitize
+test: release sanitize fuzz
 	ctest --preset release
 	ctest --preset sanitize
+	./scripts/fuzz.sh smoke
 
 # Long random histories on the release build: HISTORIES histories of STEPS steps, seeds from SEED.
 SEED ?= 1000

@@ -684,8 +684,10 @@ Scenario scenarioFromText(std::string const& text, std::string const& file) {
    Json doc;
    try {
       doc = Json::parse(text);
-   } catch (Json::parse_error const& e) {
-      // "[json.exception.parse_error.101] parse error at line 3, column 5: syntax error ..."
+   } catch (Json::exception const& e) {
+      // "[json.exception.parse_error.101] parse error at line 3, column 5: syntax error ...",
+      // or, for a number beyond a double, "[json.exception.out_of_range.406] number overflow
+      // parsing '2e308'"
       std::string what = e.what();
       std::string where;
       std::size_t const at = what.find(" at line ");

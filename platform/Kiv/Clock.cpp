@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "Kiv/Assert.h"
+
 namespace Kiv {
 
 Ptr<Clock> activityClock() {
@@ -29,6 +31,11 @@ double Clock::nextWake() const {
       earliest = std::min(earliest, n->timeMin());
    }
    return earliest;
+}
+
+void Clock::reset() {
+   KIV_ASSERT(notifieeList().empty());
+   now_ = 0.0;
 }
 
 void Clock::nowIs(double t) {

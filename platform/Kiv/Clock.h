@@ -18,6 +18,9 @@ class Clock : public Entity {
    // Moves time forward to `t`, waking due reactors in order of wake time.
    void nowIs(double t);
    void advance(double seconds) { nowIs(now_ + seconds); }
+   // Back to time 0, for a simulation that starts again from nothing: no reactor may still
+   // be bound to the clock, since its wake time would lie in the future of a past it forgot.
+   void reset();
    // The earliest wake time of an active reactor, or never.
    double nextWake() const;
 

@@ -68,6 +68,38 @@ TEST(KivClock, InactiveTimerSleeps) {
    EXPECT_TRUE(t.fired.empty());
 }
 
+TEST(KivClock, ResetGoesBackToZeroWhenNoTimerIsBound) {
+   Kiv::Ptr<Kiv::Clock> clock(new Kiv::Clock());
+   {
+      Timer t;
+      t.clock = clock.ptr();
+      t.notifierIs(clock);
+      t.timeMinIs(10);
+      clock->nowIs(1e9);
+      EXPECT_EQ(t.fired, std::vector<double>({10}));
+   }
+   clock->reset();
+   EXPECT_EQ(clock->now(), 0.0);
+   Timer t;
+   t.clock = clock.ptr();
+   t.notifierIs(clock);
+   t.timeMinIs(0.5);
+   clock->nowIs(1);
+   EXPECT_EQ(t.fired, std::vector<double>({0.5}));
+}
+
+// A timer still bound would wake in a future that no longer comes.
+TEST(KivClockDeathTest, ResetWithATimerBoundEndsTheProcess) {
+   EXPECT_DEATH(
+       {
+          Kiv::Ptr<Kiv::Clock> clock(new Kiv::Clock());
+          Timer t;
+          t.notifierIs(clock);
+          clock->reset();
+       },
+       "Assertion `notifieeList\\(\\)\\.empty\\(\\)' failed");
+}
+
 TEST(KivClock, ActivityClockIsOneClock) {
    EXPECT_EQ(Kiv::activityClock().ptr(), Kiv::activityClock().ptr());
 }

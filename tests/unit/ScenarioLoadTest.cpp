@@ -150,6 +150,14 @@ TEST(ScenarioLoad, BadJsonNamesTheLineAndColumn) {
              "unexpected '}'; expected string literal");
 }
 
+// The parser refuses such a number with an error of its own kind; it must still be one line.
+TEST(ScenarioLoad, NumberBeyondADoubleIsRefusedInOneLine) {
+   EXPECT_EQ(rejection(withSteps(R"({"advance": 2e308})")),
+             "s.json: not valid JSON: number overflow parsing '2e308'");
+   EXPECT_EQ(rejection(withSteps(R"({"advance": -1e999})")),
+             "s.json: not valid JSON: number overflow parsing '-1e999'");
+}
+
 TEST(ScenarioLoad, UnknownStepIsNamed) {
    EXPECT_EQ(rejection(withSteps(R"({"advance": 1}, {"polish": {}})")),
              "s.json: step 2: key \"polish\": unknown step; the steps are police, unpolice, "

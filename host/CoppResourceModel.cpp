@@ -187,8 +187,10 @@ void CoppResourceModel::play(ScenarioStep const& s) {
              resources(action.sizes);
           } else if constexpr (std::is_same_v<T, step::Fail>) {
              unmodelled_.push_back(s.number);
+          } else if constexpr (std::is_same_v<T, step::Verify>) {
+             verify();
           }
-          // show, clear, poll, verify and tamper read or change meters, never pools.
+          // show, clear, poll and tamper read or change meters, never pools.
        },
        s.action);
    demandIs();
@@ -284,6 +286,18 @@ void CoppResourceModel::recirc(step::Recirc const& s) {
    if (changed && !portDefaultCoppPolicerRate_.count(Orvik::IntfId(s.interface))) {
       stopIs("the change rewrites the per-port default CoPP entry of " + s.interface +
              ", which it does not have");
+   }
+}
+
+void CoppResourceModel::verify() {
+   // Verify finds the unit of a per-port default entry through the front-panel port map, which
+   // has no fabric interface.
+   for (auto const& [port, intf] : fabricPortIntf_) {
+      if (portDefaultCoppPolicerRate_.count(Orvik::IntfId(intf))) {
+         stopIs("verify reads the per-port default CoPP entry of " + intf +
+                " on a unit that the front-panel port map does not know");
+         return;
+      }
    }
 }
 

@@ -156,6 +156,7 @@ class CoppResourceModel {
    void police(step::Police const& s);
    void unpolice(step::Unpolice const& s);
    void recirc(step::Recirc const& s);
+   void verify();
    void set(step::Set const& s);
    void resources(SwitchResources const& sizes);
    void coppInfoIs(Key const& key, Oskel::CoppInfo const& info);

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <stdexcept>
 
 #include "Kiv/Clock.h"
@@ -22,15 +23,48 @@ namespace NimbalHost {
 
 namespace {
 
-// The toggle file the factory reads, with the scenario's toggles, for as long as it lives.
-class ToggleFile {
+// A directory of this process's own, made once and removed at exit (by this process only, not
+// by a child forked from it).
+class ToggleRoot {
   public:
-   explicit ToggleFile(ScenarioSwitch const& sw) {
+   ToggleRoot() {
       char dir[] = "/tmp/nimbal-copp-sim-XXXXXX";
       if (!::mkdtemp(dir)) {
          throw std::runtime_error("cannot make a directory for the toggle file");
       }
-      dir_ = dir;
+      path_ = dir;
+   }
+   ~ToggleRoot() {
+      if (::getpid() == owner_) {
+         std::error_code ec;
+         std::filesystem::remove_all(path_, ec);
+      }
+   }
+   ToggleRoot(ToggleRoot const&) = delete;
+   ToggleRoot& operator=(ToggleRoot const&) = delete;
+   std::string const& path() const { return path_; }
+
+  private:
+   std::string path_;
+   ::pid_t owner_ = ::getpid();
+};
+
+// The toggle file the factory reads, with the scenario's toggles, for as long as it lives. Its
+// directory is the lowest number that no live agent holds, so that one agent after another sets
+// the same environment value: glibc keeps every distinct value ever set.
+class ToggleFile {
+  public:
+   explicit ToggleFile(ScenarioSwitch const& sw) {
+      static ToggleRoot const root;
+      while (inUse_.count(slot_)) {
+         ++slot_;
+      }
+      dir_ = root.path() + "/" + std::to_string(slot_);
+      std::error_code ec;
+      std::filesystem::remove_all(dir_, ec);
+      if (!std::filesystem::create_directories(dir_, ec)) {
+         throw std::runtime_error("cannot make a directory for the toggle file");
+      }
       std::ofstream file(dir_ + "/NimbalTcam.json");
       file << "{";
       for (std::size_t i = 0; i < sw.toggles.size(); ++i) {
@@ -42,6 +76,7 @@ class ToggleFile {
          previous_ = old;
       }
       ::setenv(Nimbal::toggleDirEnv, dir_.c_str(), 1);
+      inUse_.insert(slot_);
    }
    ~ToggleFile() {
       if (previous_) {
@@ -51,11 +86,14 @@ class ToggleFile {
       }
       std::error_code ec;
       std::filesystem::remove_all(dir_, ec);
+      inUse_.erase(slot_);
    }
    ToggleFile(ToggleFile const&) = delete;
    ToggleFile& operator=(ToggleFile const&) = delete;
 
   private:
+   static inline std::set<int> inUse_;
+   int slot_ = 0;
    std::string dir_;
    std::optional<std::string> previous_;
 };

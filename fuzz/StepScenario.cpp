@@ -9,6 +9,8 @@
 
 #include "Nimbal/MmuCpuQ.h"
 #include "fuzz/ByteReader.h"
+#include "host/CoppResourceModel.h"
+#include "host/Scenario.h"
 
 namespace NimbalFuzz {
 
@@ -51,10 +53,31 @@ class Decoder {
          steps.push_back(step());
       }
       doc["steps"] = steps;
+      withoutStops(doc);
       return doc.dump();
    }
 
   private:
+   // A step that ends the agent by design, such as a per-port default policer change that finds
+   // no meter after a pool was shrunk below what is in use, ends the scenario before it where
+   // the hardware model foresees it (later steps may name what it made). What the model does
+   // not foresee still ends the run: then the model or the library is wrong.
+   static void withoutStops(Json& doc) {
+      NimbalHost::Scenario const scenario = NimbalHost::scenarioFromText(doc.dump(), "fuzz input");
+      NimbalHost::CoppResourceModel model(scenario);
+      for (NimbalHost::ScenarioStep const& s : scenario.steps) {
+         model.play(s);
+         if (model.stop()) {
+            break;
+         }
+      }
+      Json& steps = doc["steps"];
+      if (model.stop() && model.stopStep() >= 1 &&
+          model.stopStep() <= static_cast<int>(steps.size())) {
+         steps.erase(steps.begin() + (model.stopStep() - 1), steps.end());
+      }
+   }
+
    Json switchConfig() {
       Json sw;
       std::uint8_t const flags = in_.byte();

@@ -1,7 +1,7 @@
 # The two entry points: `make demo` plays the simulator's demo, `make test` runs every test
-# on the release build and then on the sanitizer build, then a short run of the fuzzers. Both
-# install what is missing first. `make fuzz-long`, `make random-long` and `make valgrind` are the
-# long checks.
+# on the release build and then on the sanitizer build, the demo and the examples under valgrind,
+# then a short run of the fuzzers. Both install what is missing first. `make fuzz-long` and
+# `make random-long` are the long checks.
 .PHONY: demo test bench setup release sanitize debug fuzz fuzz-smoke fuzz-long valgrind clean \
         random-long
 
@@ -45,6 +45,7 @@ bench: release
 test: release sanitize fuzz
 	ctest --preset release
 	ctest --preset sanitize
+	./scripts/valgrind-examples.sh
 	./scripts/fuzz.sh smoke
 
 # Long random histories on the release build: HISTORIES histories of STEPS steps, seeds from SEED.

@@ -8,42 +8,16 @@
 #include <sstream>
 #include <string>
 
+#include "unit/SimProgram.h"
+
 // nimbal-copp-sim --preflight as an operator runs it: its exit status, its report, and where it
 // says the agent would stop compared with where the agent does stop.
 
 namespace {
 
-struct ProgramRun {
-   bool exited = false;
-   int code = -1;
-   std::string out;
-   std::string err;
-};
-
-std::string slurp(std::string const& path) {
-   std::ifstream in(path);
-   std::ostringstream text;
-   text << in.rdbuf();
-   return text.str();
-}
-
-ProgramRun run(std::string const& args) {
-   std::string const base = ::testing::TempDir() + "preflight-program-" +
-                            ::testing::UnitTest::GetInstance()->current_test_info()->name();
-   std::string const out = base + ".out";
-   std::string const err = base + ".err";
-   std::string const command = "cd '" NIMBAL_SOURCE_DIR "' && '" NIMBAL_SIM_BINARY "' " + args +
-                               " >'" + out + "' 2>'" + err + "'";
-   int const status = std::system(command.c_str());
-   ProgramRun r;
-   r.exited = WIFEXITED(status);
-   r.code = r.exited ? WEXITSTATUS(status) : -1;
-   r.out = slurp(out);
-   r.err = slurp(err);
-   std::remove(out.c_str());
-   std::remove(err.c_str());
-   return r;
-}
+using SimProgram::ProgramRun;
+using SimProgram::run;
+using SimProgram::slurp;
 
 bool has(std::string const& text, std::string const& part) {
    return text.find(part) != std::string::npos;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the libFuzzer targets of the fuzz preset (build it first: make fuzz).
 #
-#   scripts/fuzz.sh smoke            every regression input once, then 30 s per target (CI)
+#   scripts/fuzz.sh smoke            every regression input once, then 20 s per target (CI)
 #   scripts/fuzz.sh long [SECONDS]   SECONDS per target (default 3600), corpus kept in build/fuzz
 #
 # Targets: loader (bytes as a scenario file) and steps (bytes decoded into a switch and valid
@@ -14,7 +14,7 @@ cd "$(dirname "$0")/.."
 
 mode=${1:-smoke}
 case "$mode" in
-  smoke) seconds=30 ;;
+  smoke) seconds=20 ;;
   long) seconds=${2:-3600} ;;
   *) echo "usage: scripts/fuzz.sh smoke | long [SECONDS]" >&2; exit 2 ;;
 esac

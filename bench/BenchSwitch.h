@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "Oskel/KernelCoPPConfig.h"
-#include "host/KernelCoppReactor.h"
-#include "host/SwitchBuilder.h"
+#include "host/agent/KernelCoppReactor.h"
+#include "host/agent/SwitchBuilder.h"
 
 namespace NimbalBench {
 

@@ -7,7 +7,7 @@
 
 #include "Kiv/Activity.h"
 #include "Kiv/Collection.h"
-#include "host/SwitchBuilder.h"
+#include "host/agent/SwitchBuilder.h"
 
 namespace {
 

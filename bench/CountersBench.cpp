@@ -7,7 +7,7 @@
 
 #include "Kiv/Activity.h"
 #include "bench/BenchSwitch.h"
-#include "host/QosClassConfig.h"
+#include "host/agent/QosClassConfig.h"
 
 namespace {
 

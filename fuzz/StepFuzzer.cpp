@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "fuzz/FuzzTargets.h"
-#include "host/Scenario.h"
+#include "host/scenario/Scenario.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 
 #include "Nimbal/MmuCpuQ.h"
 #include "fuzz/ByteReader.h"
-#include "host/CoppResourceModel.h"
-#include "host/Scenario.h"
+#include "host/preflight/CoppResourceModel.h"
+#include "host/scenario/Scenario.h"
 
 namespace NimbalFuzz {
 

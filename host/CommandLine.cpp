@@ -110,7 +110,7 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOption
    std::string format = "text";
    app.add_option("--format", format,
                   "text: the transcript for a person (the default); json: the same run as JSON "
-                  "Lines, one object per event (host/transcript.schema.json)")
+                  "Lines, one object per event (host/transcript/transcript.schema.json)")
        ->type_name("text|json")
        ->check(CLI::IsMember({"text", "json"}));
    auto* check = app.add_flag("--check", options.check, "read and check the scenario, run nothing");

@@ -10,12 +10,12 @@
 #include "Kiv/Activity.h"
 #include "Kiv/Trace.h"
 #include "host/CommandLine.h"
-#include "host/Demo.h"
-#include "host/JsonTranscript.h"
-#include "host/Preflight.h"
-#include "host/Scenario.h"
-#include "host/SimAgent.h"
-#include "host/TextTranscript.h"
+#include "host/scenario/Demo.h"
+#include "host/transcript/JsonTranscript.h"
+#include "host/preflight/Preflight.h"
+#include "host/scenario/Scenario.h"
+#include "host/agent/SimAgent.h"
+#include "host/transcript/TextTranscript.h"
 
 int main(int argc, char** argv) {
    NimbalHost::SimOptions options;

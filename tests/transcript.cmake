@@ -1,8 +1,8 @@
-# The JSON Lines transcript of every example and of the demo must fit host/transcript.schema.json,
+# The JSON Lines transcript of every example and of the demo must fit host/transcript/transcript.schema.json,
 # and the schema must refuse wrong events. Debian's python3-jsonschema validates them, run by
 # Debian's own interpreter (another python3 may come first on the path).
 set(NIMBAL_TRANSCRIPT_VALIDATOR ${CMAKE_CURRENT_SOURCE_DIR}/transcript/ValidateTranscript.py)
-set(NIMBAL_TRANSCRIPT_SCHEMA ${CMAKE_SOURCE_DIR}/host/transcript.schema.json)
+set(NIMBAL_TRANSCRIPT_SCHEMA ${CMAKE_SOURCE_DIR}/host/transcript/transcript.schema.json)
 
 function(nimbal_transcript_schema_test name)
   add_test(NAME ${name}

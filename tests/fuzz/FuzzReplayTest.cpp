@@ -14,7 +14,7 @@
 
 #include "fuzz/FuzzTargets.h"
 #include "fuzz/StepScenario.h"
-#include "host/Scenario.h"
+#include "host/scenario/Scenario.h"
 
 namespace {
 

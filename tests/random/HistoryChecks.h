@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/SimAgent.h"
+#include "host/agent/SimAgent.h"
 #include "random/HistoryModel.h"
 #include "random/HistoryStep.h"
 #include "random/Observation.h"

@@ -14,7 +14,7 @@
 
 #include "Nimbal/MmuCpuQ.h"
 #include "Oskel/KernelCoPPConfig.h"
-#include "host/Scenario.h"
+#include "host/scenario/Scenario.h"
 
 namespace NimbalHistory {
 

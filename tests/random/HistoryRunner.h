@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host/SimAgent.h"
+#include "host/agent/SimAgent.h"
 #include "random/HistoryChecks.h"
 #include "random/HistoryModel.h"
 #include "random/Rng.h"

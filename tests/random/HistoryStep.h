@@ -5,7 +5,7 @@
 #include <variant>
 
 #include "Oskel/KernelCoPPConfig.h"
-#include "host/Scenario.h"
+#include "host/scenario/Scenario.h"
 
 namespace NimbalHistory {
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/SimAgent.h"
+#include "host/agent/SimAgent.h"
 #include "random/HistoryModel.h"
 
 namespace NimbalHistory {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "host/SimAgent.h"
+#include "host/agent/SimAgent.h"
 #include "random/HistoryModel.h"
 #include "random/HistoryStep.h"
 #include "random/Rng.h"

@@ -1,4 +1,4 @@
-"""Checks the simulator's JSON Lines transcript against host/transcript.schema.json.
+"""Checks the simulator's JSON Lines transcript against host/transcript/transcript.schema.json.
 
     ValidateTranscript.py SCHEMA SIM [SCENARIO]   plays SCENARIO (the demo when absent) with
                                                   --format json and validates every line

@@ -15,9 +15,9 @@
 #include "Kiv/Clock.h"
 #include "Kiv/Log.h"
 #include "Oskel/VerifyData.h"
-#include "host/KernelCoppReactor.h"
-#include "host/QosClassConfig.h"
-#include "host/SwitchBuilder.h"
+#include "host/agent/KernelCoppReactor.h"
+#include "host/agent/QosClassConfig.h"
+#include "host/agent/SwitchBuilder.h"
 
 namespace AgentTest {
 

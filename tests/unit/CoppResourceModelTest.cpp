@@ -10,9 +10,9 @@
 
 #include "Kiv/Activity.h"
 #include "Kiv/Clock.h"
-#include "host/CoppResourceModel.h"
-#include "host/Demo.h"
-#include "host/SimAgent.h"
+#include "host/preflight/CoppResourceModel.h"
+#include "host/scenario/Demo.h"
+#include "host/agent/SimAgent.h"
 #include "unit/TestScenarios.h"
 
 // The resource model must follow the real agent on the real library step by step: the same

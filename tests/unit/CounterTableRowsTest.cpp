@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/CounterTableRows.h"
+#include "host/transcript/CounterTableRows.h"
 
 namespace {
 

@@ -10,10 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "host/Demo.h"
-#include "host/Scenario.h"
-#include "host/SvgPlot.h"
-#include "host/TextTranscript.h"
+#include "host/scenario/Demo.h"
+#include "host/scenario/Scenario.h"
+#include "host/scenario/StepText.h"
+#include "host/transcript/SvgPlot.h"
+#include "host/transcript/TextTranscript.h"
 
 // The JSON Lines transcript of a run says everything the text transcript of the same run says:
 // the text is rebuilt here from the JSON events alone, with the formats of the text transcript and

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "Kiv/Activity.h"
-#include "host/Demo.h"
-#include "host/Preflight.h"
-#include "host/SimAgent.h"
+#include "host/scenario/Demo.h"
+#include "host/preflight/Preflight.h"
+#include "host/agent/SimAgent.h"
 #include "unit/TestScenarios.h"
 
 // The preflight's verdict must agree with what the run then does: the shortfall it predicts is

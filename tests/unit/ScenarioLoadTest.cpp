@@ -5,7 +5,8 @@
 #include <string>
 #include <variant>
 
-#include "host/Scenario.h"
+#include "host/agent/SimAgent.h"
+#include "host/scenario/Scenario.h"
 
 namespace {
 
@@ -372,7 +373,7 @@ TEST(ScenarioLoad, SwitchConfigCarriesTheSwitch) {
                           "fabricInterfaces": [{"name": "Fabric1", "modId": 0, "port": 99}],
                           "resources": {"efpCoppEntries": 3}})"),
                         "s.json");
-   NimbalHost::SwitchConfig const c = s.sw.switchConfig();
+   NimbalHost::SwitchConfig const c = NimbalHost::switchConfigOf(s.sw);
    EXPECT_EQ(c.modules.size(), 1u);
    EXPECT_EQ(c.interfaces.size(), 8u);
    ASSERT_EQ(c.fabricInterfaces.size(), 1u);

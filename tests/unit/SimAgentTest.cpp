@@ -8,7 +8,7 @@
 #include "Kiv/Activity.h"
 #include "Kiv/Clock.h"
 #include "NimbalQos/NimbalQosSharedHelper.h"
-#include "host/SimAgent.h"
+#include "host/agent/SimAgent.h"
 
 namespace {
 

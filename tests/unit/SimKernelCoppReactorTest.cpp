@@ -6,7 +6,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "host/KernelCoppReactor.h"
+#include "host/agent/KernelCoppReactor.h"
 #include "unit/CoppHelperFixture.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "host/SvgPlot.h"
-#include "host/TrafficLog.h"
+#include "host/transcript/SvgPlot.h"
+#include "host/transcript/TrafficLog.h"
 
 namespace {
 

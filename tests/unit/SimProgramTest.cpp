@@ -10,8 +10,8 @@
 
 #include "unit/SimProgram.h"
 
-#include "host/Demo.h"
-#include "host/Scenario.h"
+#include "host/scenario/Demo.h"
+#include "host/scenario/Scenario.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "Kiv/Activity.h"
-#include "host/SwitchBuilder.h"
+#include "host/agent/SwitchBuilder.h"
 
 namespace SwitchTest {
 

@@ -20,7 +20,7 @@
 #include "Kiv/Types.h"
 #include "Orvik/IntfId.h"
 #include "Oskel/KernelCoPPConfig.h"
-#include "host/Scenario.h"
+#include "host/scenario/Scenario.h"
 
 namespace NimbalHost {
 

@@ -1,4 +1,4 @@
-#include "host/QosClassConfig.h"
+#include "host/agent/QosClassConfig.h"
 
 #include "Oskel/AclTypes.h"
 #include "Qos/PolicyMapHwStatus.h"

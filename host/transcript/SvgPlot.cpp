@@ -1,4 +1,4 @@
-#include "host/SvgPlot.h"
+#include "host/transcript/SvgPlot.h"
 
 #include <algorithm>
 #include <cmath>

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "host/Scenario.h"
+#include "host/scenario/Scenario.h"
 
 namespace NimbalHost {
 

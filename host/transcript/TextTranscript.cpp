@@ -1,25 +1,15 @@
-#include "host/TextTranscript.h"
+#include "host/transcript/TextTranscript.h"
 
 #include <cmath>
 #include <type_traits>
 
-#include "host/SvgPlot.h"
+#include "host/transcript/SvgPlot.h"
 
 namespace NimbalHost {
 
 namespace {
 
 // A number of seconds as a person writes it: 60, 0.5, 2.25.
-std::string secondsText(double s) {
-   char buf[48];
-   if (std::fabs(s - std::round(s)) < 1e-9) {
-      std::snprintf(buf, sizeof buf, "%.0f", s);
-   } else {
-      std::snprintf(buf, sizeof buf, "%g", s);
-   }
-   return buf;
-}
-
 std::string queueText(U32 queue, std::optional<std::string> const& name) {
    return "CPU queue " + std::to_string(queue) + (name ? " (" + *name + ")" : "");
 }
@@ -69,8 +59,7 @@ struct Lines {
       }
    }
    void operator()(event::Step const& e) {
-      line("step " + std::to_string(e.step->number) + " at " + timeText(time) +
-           " s: " + stepText(*e.step));
+      line("step " + std::to_string(e.number) + " at " + timeText(time) + " s: " + e.text);
    }
    void operator()(event::ClassPoliced const& e) {
       line("  " + e.interface + " " + e.cmapName + " on " + queueText(e.queue, e.queueName) + ", " +
@@ -185,64 +174,6 @@ std::string timeText(double s) {
    char buf[48];
    std::snprintf(buf, sizeof buf, "%.3f", s);
    return buf;
-}
-
-std::string stepText(ScenarioStep const& step) {
-   struct Describe {
-      std::string operator()(step::Police const& s) const {
-         return s.interface + " " + s.cmapName + " cir " + std::to_string(s.cir) + " pps bc " +
-                std::to_string(s.bc) + " packets";
-      }
-      std::string operator()(step::Unpolice const& s) const {
-         return s.interface + " " + s.cmapName;
-      }
-      std::string operator()(step::Vxlan const& s) const { return s.enabled ? "on" : "off"; }
-      std::string operator()(step::Recirc const& s) const {
-         return s.interface + (s.enabled ? " on" : " off");
-      }
-      std::string operator()(step::Advance const& s) const { return secondsText(s.seconds) + " s"; }
-      std::string operator()(step::Traffic const& s) const {
-         std::string const to =
-             s.queue ? "queue " + std::to_string(*s.queue) : "class " + s.cmapName;
-         return s.interface + " " + to + " " + std::to_string(s.pps) + " pps for " +
-                secondsText(s.seconds) + " s" + (s.vxlan ? " as VXLAN tunnel traffic" : "");
-      }
-      std::string operator()(step::Show const& s) const { return s.hw ? "hw" : "sw"; }
-      std::string operator()(step::Clear const& s) const {
-         std::string out = s.interface ? *s.interface : "every interface";
-         return out + (s.queue ? " queue " + std::to_string(*s.queue) : ", every queue");
-      }
-      std::string operator()(step::Poll const& s) const { return s.interface + " " + s.cmapName; }
-      std::string operator()(step::Verify const&) const { return ""; }
-      std::string operator()(step::Set const& s) const {
-         std::string out;
-         for (auto const& [name, value] : s.attributes) {
-            out += (out.empty() ? "" : ", ") + name + " " + value;
-         }
-         return out;
-      }
-      std::string operator()(step::Resources const& s) const {
-         std::string out;
-         auto add = [&out](char const* name, std::optional<U32> const& v) {
-            if (v) {
-               out += (out.empty() ? "" : ", ") + std::string(name) + " " + std::to_string(*v);
-            }
-         };
-         add("efpCoppEntries", s.sizes.efpCoppEntries);
-         add("efpCoppMeters", s.sizes.efpCoppMeters);
-         add("efpDefaultMeters", s.sizes.efpDefaultMeters);
-         return out;
-      }
-      std::string operator()(step::Tamper const& s) const {
-         return s.interface + " queue " + std::to_string(s.queue) + " cir " +
-                std::to_string(s.cir) + " bc " + std::to_string(s.bc);
-      }
-      std::string operator()(step::Fail const& s) const {
-         return s.call + " " + std::to_string(s.rc);
-      }
-   };
-   std::string const what = std::visit(Describe(), step.action);
-   return step.name + (what.empty() ? "" : " " + what);
 }
 
 std::string eventText(TranscriptEvent const& e) {

@@ -1,4 +1,4 @@
-#include "host/JsonTranscript.h"
+#include "host/transcript/JsonTranscript.h"
 
 namespace NimbalHost {
 
@@ -39,8 +39,8 @@ struct Fields {
       return "startUp";
    }
    char const* operator()(event::Step const& e) {
-      j["name"] = e.step->name;
-      j["value"] = Json::parse(e.step->value);
+      j["name"] = e.name;
+      j["value"] = Json::parse(e.value);
       return "step";
    }
    char const* operator()(event::ClassPoliced const& e) {

@@ -2,12 +2,12 @@
 
 // The transcript for programs: JSON Lines, one object per event, each with the event's kind
 // ("event"), its virtual time in seconds ("time") and the step it belongs to ("step").
-// host/transcript.schema.json describes every kind.
+// host/transcript/transcript.schema.json describes every kind.
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "host/TranscriptEvent.h"
+#include "host/transcript/TranscriptEvent.h"
 
 namespace NimbalHost {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <utility>
 
-#include "host/CoppResourceModel.h"
-#include "host/Scenario.h"
+#include "host/preflight/CoppResourceModel.h"
+#include "host/scenario/Scenario.h"
 
 namespace NimbalHost {
 

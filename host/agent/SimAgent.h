@@ -9,14 +9,17 @@
 #include <optional>
 #include <string>
 
-#include "host/KernelCoppReactor.h"
-#include "host/QosClassConfig.h"
-#include "host/Scenario.h"
-#include "host/SwitchBuilder.h"
-#include "host/TrafficLog.h"
-#include "host/TranscriptEvent.h"
+#include "host/agent/KernelCoppReactor.h"
+#include "host/agent/QosClassConfig.h"
+#include "host/agent/SwitchBuilder.h"
+#include "host/scenario/Scenario.h"
+#include "host/transcript/TrafficLog.h"
+#include "host/transcript/TranscriptEvent.h"
 
 namespace NimbalHost {
+
+// The switch of a scenario as the builder takes it.
+SwitchConfig switchConfigOf(ScenarioSwitch const& sw);
 
 class SimAgent {
   public:

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/TranscriptEvent.h"
+#include "host/transcript/TranscriptEvent.h"
 
 namespace NimbalHost {
 
@@ -21,9 +21,6 @@ class TextTranscript : public TranscriptWriter {
 
 // The text of an event: its lines, each with its new line.
 std::string eventText(TranscriptEvent const& e);
-
-// What a step announcement says after "step N at T s: ".
-std::string stepText(ScenarioStep const& step);
 
 // "1 key", "2 keys".
 std::string counted(std::size_t n, std::string const& one, std::string const& many = "");

@@ -12,7 +12,7 @@
 
 #include "Kiv/Types.h"
 #include "Nimbal/MmuCpuQ.h"
-#include "host/SwitchBuilder.h"
+#include "host/scenario/SwitchLayout.h"
 
 namespace NimbalHost {
 
@@ -38,8 +38,6 @@ struct ScenarioSwitch {
    // The toggle file's flags, in file order.
    std::vector<std::pair<std::string, bool>> toggles;
 
-   // The switch as the builder takes it.
-   SwitchConfig switchConfig() const;
    bool toggle(std::string const& name) const;
    // Front-panel first, then fabric; null when the switch has no such interface.
    ScenarioInterface const* interface(std::string const& name) const;

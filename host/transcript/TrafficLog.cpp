@@ -1,4 +1,4 @@
-#include "host/TrafficLog.h"
+#include "host/transcript/TrafficLog.h"
 
 #include <algorithm>
 #include <cmath>

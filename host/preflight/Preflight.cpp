@@ -1,4 +1,4 @@
-#include "host/Preflight.h"
+#include "host/preflight/Preflight.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -8,8 +8,9 @@
 #include <vector>
 
 #include "Orvik/IntfNameCmp.h"
-#include "host/SvgPlot.h"
-#include "host/TextTranscript.h"
+#include "host/scenario/StepText.h"
+#include "host/transcript/SvgPlot.h"
+#include "host/transcript/TextTranscript.h"
 
 namespace NimbalHost {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "Kiv/Types.h"
-#include "host/SvgPlot.h"
+#include "host/transcript/SvgPlot.h"
 
 namespace NimbalHost {
 

@@ -1,4 +1,4 @@
-#include "host/CoppResourceModel.h"
+#include "host/preflight/CoppResourceModel.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "host/SwitchBuilder.h"
+#include "host/agent/SwitchBuilder.h"
 
 #include <dlfcn.h>
 
@@ -31,14 +31,6 @@ std::string interfaceText(SwitchInterface const& intf) {
 }
 
 }  // namespace
-
-std::vector<SwitchInterface> defaultSwitchInterfaces() {
-   std::vector<SwitchInterface> out;
-   for (U16 port = 1; port <= 8; ++port) {
-      out.push_back(SwitchInterface{"Ethernet" + std::to_string(port), 0, port});
-   }
-   return out;
-}
 
 Switch::Switch(SwitchConfig config)
     : config_(std::move(config)),

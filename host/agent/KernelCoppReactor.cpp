@@ -1,4 +1,4 @@
-#include "host/KernelCoppReactor.h"
+#include "host/agent/KernelCoppReactor.h"
 
 #include <algorithm>
 #include <vector>

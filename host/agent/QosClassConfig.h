@@ -12,7 +12,7 @@
 
 #include "Oskel/QosClassCounterData.h"
 #include "Oskel/QosClassData.h"
-#include "host/SwitchBuilder.h"
+#include "host/agent/SwitchBuilder.h"
 
 namespace NimbalHost {
 

@@ -1,4 +1,4 @@
-#include "host/Demo.h"
+#include "host/scenario/Demo.h"
 
 namespace NimbalHost {
 

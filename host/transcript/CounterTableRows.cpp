@@ -1,4 +1,4 @@
-#include "host/CounterTableRows.h"
+#include "host/transcript/CounterTableRows.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -10,8 +10,7 @@
 #include <vector>
 
 #include "Kiv/Types.h"
-#include "host/CounterTableRows.h"
-#include "host/Scenario.h"
+#include "host/transcript/CounterTableRows.h"
 
 namespace NimbalHost {
 
@@ -44,7 +43,10 @@ struct StartUp {
    std::vector<std::string> interfacesWithoutDefaultPolicer;
 };
 struct Step {
-   ScenarioStep const* step = nullptr;
+   int number = 0;
+   std::string name;
+   std::string value;  // as the file wrote it, in compact JSON
+   std::string text;   // how it reads after "step N at T s: "
 };
 struct ClassPoliced {
    std::string interface;

@@ -1,0 +1,294 @@
+#include "host/agent/SimAgent.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <stdexcept>
+
+#include "Kiv/Clock.h"
+#include "Kiv/Log.h"
+#include "Kiv/Type.h"
+#include "Nimbal/Toggle.h"
+#include "Orvik/IntfNameCmp.h"
+#include "Oskel/VerifyData.h"
+#include "host/scenario/StepText.h"
+#include "host/transcript/SvgPlot.h"
+#include "host/transcript/TextTranscript.h"
+
+namespace NimbalHost {
+
+namespace {
+
+// A directory of this process's own, made once and removed at exit (by this process only, not
+// by a child forked from it).
+class ToggleRoot {
+  public:
+   ToggleRoot() {
+      char dir[] = "/tmp/nimbal-copp-sim-XXXXXX";
+      if (!::mkdtemp(dir)) {
+         throw std::runtime_error("cannot make a directory for the toggle file");
+      }
+      path_ = dir;
+   }
+   ~ToggleRoot() {
+      if (::getpid() == owner_) {
+         std::error_code ec;
+         std::filesystem::remove_all(path_, ec);
+      }
+   }
+   ToggleRoot(ToggleRoot const&) = delete;
+   ToggleRoot& operator=(ToggleRoot const&) = delete;
+   std::string const& path() const { return path_; }
+
+  private:
+   std::string path_;
+   ::pid_t owner_ = ::getpid();
+};
+
+// The toggle file the factory reads, with the scenario's toggles, for as long as it lives. Its
+// directory is the lowest number that no live agent holds, so that one agent after another sets
+// the same environment value: glibc keeps every distinct value ever set.
+class ToggleFile {
+  public:
+   explicit ToggleFile(ScenarioSwitch const& sw) {
+      static ToggleRoot const root;
+      while (inUse_.count(slot_)) {
+         ++slot_;
+      }
+      dir_ = root.path() + "/" + std::to_string(slot_);
+      std::error_code ec;
+      std::filesystem::remove_all(dir_, ec);
+      if (!std::filesystem::create_directories(dir_, ec)) {
+         throw std::runtime_error("cannot make a directory for the toggle file");
+      }
+      std::ofstream file(dir_ + "/NimbalTcam.json");
+      file << "{";
+      for (std::size_t i = 0; i < sw.toggles.size(); ++i) {
+         file << (i ? ", " : "") << "\"" << sw.toggles[i].first
+              << "\": " << (sw.toggles[i].second ? "true" : "false");
+      }
+      file << "}\n";
+      if (char const* old = std::getenv(Nimbal::toggleDirEnv)) {
+         previous_ = old;
+      }
+      ::setenv(Nimbal::toggleDirEnv, dir_.c_str(), 1);
+      inUse_.insert(slot_);
+   }
+   ~ToggleFile() {
+      if (previous_) {
+         ::setenv(Nimbal::toggleDirEnv, previous_->c_str(), 1);
+      } else {
+         ::unsetenv(Nimbal::toggleDirEnv);
+      }
+      std::error_code ec;
+      std::filesystem::remove_all(dir_, ec);
+      inUse_.erase(slot_);
+   }
+   ToggleFile(ToggleFile const&) = delete;
+   ToggleFile& operator=(ToggleFile const&) = delete;
+
+  private:
+   static inline std::set<int> inUse_;
+   int slot_ = 0;
+   std::string dir_;
+   std::optional<std::string> previous_;
+};
+
+}  // namespace
+
+SwitchConfig switchConfigOf(ScenarioSwitch const& sw) {
+   SwitchConfig config;
+   config.modules = sw.modules;
+   config.interfaces = sw.interfaces;
+   config.fabricInterfaces = sw.fabricInterfaces;
+   config.cpuQueues = sw.cpuQueues;
+   config.portDefaultCoppRate = sw.portDefaultCoppRate;
+   config.vxlanWorkaround = sw.vxlanWorkaround;
+   config.resources = sw.resources;
+   return config;
+}
+
+SimAgent::SimAgent(Scenario const& scenario, TranscriptWriter& out)
+    : scenario_(scenario), out_(out) {
+   start();
+}
+
+SimAgent::SimAgent(Scenario const& scenario, std::FILE* out)
+    : scenario_(scenario), ownWriter_(std::make_unique<TextTranscript>(out)), out_(*ownWriter_) {
+   start();
+}
+
+void SimAgent::start() {
+   Kiv::logSinkIs([this](Kiv::LogHandle const& handle, std::string const& message) {
+      emit(event::Log{handle.key(), handle.severity(), message, handle.minInterval(),
+                      handle.maxInterval(), handle.burst(), handle.flags()});
+   });
+   start_ = Kiv::activityClock()->now();
+   // What the scenario asks for comes first: start-up may already raise log messages.
+   switchReport();
+   {
+      ToggleFile const toggles(scenario_.sw);
+      try {
+         switch_ = buildSwitch(switchConfigOf(scenario_.sw));
+      } catch (std::invalid_argument const& e) {
+         Kiv::logSinkIs(nullptr);
+         throw ScenarioError(scenario_.file + ": switch: " + e.what());
+      }
+   }
+   // The journal of SDK calls is for tests of the library; the agent has no use for it.
+   switch_->sdk().journalLimitIs(0);
+   if (!switch_->scsd()->verifyData()) {
+      switch_->scsd()->verifyDataIs(new Oskel::VerifyData());
+   }
+   classes_ = std::make_unique<QosClassConfig>(*switch_);
+   kernel_ = std::make_unique<KernelCoppReactor>(switch_->helper().ptr());
+   kernel_->notifierIs(switch_->kernelCoppConfig());
+   startUpReport();
+   afterStep();
+}
+
+SimAgent::~SimAgent() {
+   kernel_.reset();
+   classes_.reset();
+   switch_.reset();
+   Kiv::logSinkIs(nullptr);
+}
+
+void SimAgent::emit(TranscriptPayload what) {
+   out_.write(TranscriptEvent{now(), stepNumber_, std::move(what)});
+}
+
+double SimAgent::now() const {
+   return Kiv::activityClock()->now() - start_;
+}
+
+void SimAgent::advanceTo(double seconds) {
+   double const t = start_ + seconds;
+   if (t <= Kiv::activityClock()->now()) {
+      return;
+   }
+   Kiv::activityClock()->nowIs(t);
+   kernel_->retry();
+}
+
+std::optional<std::string> SimAgent::queueName(U32 queue) const {
+   Kiv::Ptr<Nimbal::MmuCpuQ> const cpuQ = switch_->mmuSm()->cpuQColl()->cpuQ(queue);
+   return cpuQ ? std::optional<std::string>(cpuQ->name()) : std::nullopt;
+}
+
+Oskel::ModIdPortQueueKey SimAgent::keyOf(std::string const& intf, U32 queue) const {
+   NimbalTypes::NimbalPort const p = switch_->port(Orvik::IntfId(intf));
+   return Oskel::ModIdPortQueueKey(p.modId(), p.logicalPort(), queue);
+}
+
+void SimAgent::switchReport() {
+   ScenarioSwitch const& sw = scenario_.sw;
+   emit(event::Scenario{scenario_.file, scenario_.description});
+   std::size_t dynamicQueues = 0;
+   for (auto const& row : sw.cpuQueues) {
+      dynamicQueues += row.dynamic ? 1 : 0;
+   }
+   emit(event::Switch{sw.modules.size(), sw.interfaces.size(), sw.fabricInterfaces.size(),
+                      sw.cpuQueues.size(), dynamicQueues, sw.portDefaultCoppRate,
+                      sw.vxlanWorkaround});
+}
+
+void SimAgent::startUpReport() {
+   Kiv::Ptr<Nimbal::QosAclHelperV1> const helper = switch_->helper();
+   emit(event::Helper{helper->fwkType()->fullName(), switch_->helperFromLibraryFile()});
+   event::StartUp e;
+   e.portDefaultPolicers = helper->portDefaultCoppPolicerHwData();
+   e.kernelKeysProgrammed = kernel_->programmed().size();
+   e.highPortsFrom = Switch::defaultEntryPorts;
+   for (auto const& intf : switch_->interfaces()) {
+      e.interfacesOnHighPorts +=
+          switch_->port(intf).logicalPort() >= Switch::defaultEntryPorts ? 1 : 0;
+   }
+   for (Orvik::IntfId const& intf : switch_->interfacesWithoutDefaultPolicer()) {
+      e.interfacesWithoutDefaultPolicer.push_back(intf.stringValue());
+   }
+   emit(std::move(e));
+}
+
+void SimAgent::afterStep() {
+   std::size_t const failed = kernel_->failed().size();
+   if (failed != reportedFailedKeys_) {
+      event::KernelCopp e;
+      for (Oskel::ModIdPortQueueKey const& key : kernel_->failed()) {
+         NimbalTypes::NimbalPort const port(static_cast<U16>(key.modId()),
+                                            switch_->unitOfModule(static_cast<U16>(key.modId())),
+                                            static_cast<U16>(key.port()));
+         e.waiting.push_back(
+             {switch_->intf(port).stringValue(), key.modId(), key.port(), key.queue()});
+      }
+      emit(std::move(e));
+      reportedFailedKeys_ = failed;
+   }
+   Kiv::Ptr<Nimbal::QosIntfCoppSm> const sm = switch_->helper()->qosIntfCoppSm();
+   bool const exhausted = sm && sm->vxlanEntryExhausted();
+   double const retryAt = exhausted ? sm->vxlanEntryRetryTimer()->timeMin() - start_ : 0;
+   if (exhausted != reportedVxlanExhausted_ || retryAt != reportedVxlanRetry_) {
+      emit(event::VxlanRetry{exhausted, retryAt});
+      reportedVxlanExhausted_ = exhausted;
+      reportedVxlanRetry_ = retryAt;
+   }
+}
+
+void SimAgent::run() {
+   for (ScenarioStep const& s : scenario_.steps) {
+      step(s);
+   }
+   emit(event::End{kernel_->programmed().size(), kernel_->failed().size()});
+}
+
+void SimAgent::step(ScenarioStep const& s) {
+   stepNumber_ = s.number;
+   emit(event::Step{s.number, s.name, s.value, stepText(s)});
+   std::visit(
+       [this, &s](auto const& action) {
+          using T = std::decay_t<decltype(action)>;
+          if constexpr (std::is_same_v<T, step::Police>) {
+             police(action);
+          } else if constexpr (std::is_same_v<T, step::Unpolice>) {
+             unpolice(action);
+          } else if constexpr (std::is_same_v<T, step::Vxlan>) {
+             vxlan(action);
+          } else if constexpr (std::is_same_v<T, step::Recirc>) {
+             recirc(action);
+          } else if constexpr (std::is_same_v<T, step::Advance>) {
+             advanceTo(now() + action.seconds);
+          } else if constexpr (std::is_same_v<T, step::Traffic>) {
+             traffic(action);
+          } else if constexpr (std::is_same_v<T, step::Show>) {
+             show(action);
+          } else if constexpr (std::is_same_v<T, step::Clear>) {
+             clear(action);
+          } else if constexpr (std::is_same_v<T, step::Poll>) {
+             poll(action);
+          } else if constexpr (std::is_same_v<T, step::Verify>) {
+             verify();
+          } else if constexpr (std::is_same_v<T, step::Set>) {
+             set(s, action);
+          } else if constexpr (std::is_same_v<T, step::Resources>) {
+             resources(action);
+          } else if constexpr (std::is_same_v<T, step::Tamper>) {
+             tamper(action);
+          } else {
+             fail(action);
+          }
+       },
+       s.action);
+   afterStep();
+}
+
+std::string SimAgent::plot() const {
+   return svgChart("CPU-bound traffic of " + scenario_.file, scenario_.description,
+                   traffic_.panels(now()), now());
+}
+
+}  // namespace NimbalHost

@@ -3,6 +3,7 @@
 // Reading a scenario's JSON: one reader per part of the file that reports the first fault with
 // the file, the part and the key. Shared by the files that read the switch and the steps.
 
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
@@ -48,7 +49,7 @@ class Reader {
       if (!where_.empty()) {
          line += where_ + ": ";
       }
-      throw ScenarioError(line + "key " + inQuotes(key) + ": " + message);
+      throw ScenarioError(line + "key " + inQuotes(prefix_ + key) + ": " + message);
    }
 
    // An object whose keys are all among `known`.
@@ -128,9 +129,17 @@ class Reader {
       return obj.empty() ? k : obj + "." + k;
    }
 
+   // The same part of the file, one level down: keys are named from `prefix` on.
+   Reader within(std::string const& prefix) const {
+      Reader inner = *this;
+      inner.prefix_ += prefix;
+      return inner;
+   }
+
   private:
    std::string const& file_;
    std::string where_;
+   std::string prefix_;
 };
 
 ScenarioSwitch readSwitch(std::string const& file, Json const& v);
@@ -150,6 +159,13 @@ struct StepState {
       return false;
    }
 };
+
+// Reads an interface name at a key and checks that the switch has it.
+using InterfaceCheck = std::function<std::string(Reader const&, Json const&, std::string const&)>;
+
+step::Traffic readTraffic(Reader const& r, Json const& v, std::string const& file,
+                          ScenarioSwitch const& sw, StepState const& state,
+                          InterfaceCheck const& knownInterface);
 
 ScenarioStep readStep(std::string const& file, ScenarioSwitch const& sw, StepState& state,
                       Json const& v, int number);

@@ -67,13 +67,51 @@ struct Recirc {
 struct Advance {
    double seconds = 0;
 };
+// How a synthetic flow's packets arrive.
+struct Pattern {
+   enum class Kind { constant, bursts, poisson };
+   Kind kind = Kind::constant;
+   U32 burstSize = 0;  // bursts
+   U64 seed = 0;       // poisson
+};
+// Where a capture's packets that match a filter go: a CPU queue given directly, or a class's.
+struct CaptureClass {
+   std::optional<U32> queue;
+   std::string cmapName;
+   std::string filter;  // tcpdump's filter language
+};
+struct Capture {
+   std::string file;  // as the scenario names it
+   std::string path;  // to open: relative to the scenario's folder
+   std::vector<CaptureClass> classes;
+   // The packets that no filter matches: ignored when this has neither a queue nor a class.
+   CaptureClass otherwise;
+   double speed = 1;
+   std::string saveAllowed;  // paths to open; empty: not saved
+   std::string saveDropped;
+   bool ignoresTheRest() const { return !otherwise.queue && otherwise.cmapName.empty(); }
+};
+struct Flow {
+   std::string interface;
+   std::optional<U32> queue;  // given directly, or
+   std::string cmapName;      // the queue of this class
+   U32 pps = 0;
+   bool vxlan = false;
+   bool exact = false;  // the constant pattern without its jitter
+   Pattern pattern;
+   std::optional<Capture> capture;  // a capture flow: no pps, no pattern
+};
 struct Traffic {
+   // The one-flow form, as the file wrote it (flows holds that flow as well).
    std::string interface;
    std::optional<U32> queue;  // given directly, or
    std::string cmapName;      // the queue of this class
    U32 pps = 0;
    double seconds = 0;
    bool vxlan = false;
+   // Every flow of the step, in the listed order.
+   std::vector<Flow> flows;
+   bool oneFlow = true;  // written in the one-flow form
 };
 struct Show {
    bool hw = true;

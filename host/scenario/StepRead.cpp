@@ -135,40 +135,10 @@ class StepReader {
          return step::Advance{r.number(v, "advance", true)};
       }
       if (name == "traffic") {
-         r.object(v, "", {"interface", "queue", "class", "pps", "seconds", "vxlan"});
-         step::Traffic t;
-         t.interface = knownInterface(r, v, "interface");
-         if (v.contains("queue") == v.contains("class")) {
-            r.fail(v.contains("queue") ? "class" : "queue",
-                   "a traffic step names either a CPU \"queue\" or a \"class\", not both");
-         }
-         if (v.contains("queue")) {
-            t.queue = queue(r, v.at("queue"), "queue");
-         } else {
-            t.cmapName = r.string(v.at("class"), "class");
-            if (sw_.staticQueue(t.cmapName) < 0 && !state_.policedAnywhere(t.cmapName)) {
-               r.fail("class", "unknown class " + inQuotes(t.cmapName) +
-                                   ": it has no static CPU queue and no police step before "
-                                   "this one gives it one");
-            }
-         }
-         t.pps = static_cast<U32>(
-             r.integer(r.member(v, "", "pps"), "pps", 1, std::numeric_limits<U32>::max()));
-         t.seconds = r.number(r.member(v, "", "seconds"), "seconds", false);
-         if (static_cast<double>(t.pps) * t.seconds > maxTrafficPackets) {
-            r.fail("pps", "pps * seconds is more than " +
-                              std::to_string(static_cast<long>(maxTrafficPackets)) +
-                              " packets; split the traffic into several steps");
-         }
-         if (v.contains("vxlan")) {
-            t.vxlan = r.boolean(v.at("vxlan"), "vxlan");
-         }
-         if (t.vxlan && sw_.vxlanWorkaround && state_.recirc.empty()) {
-            r.fail("vxlan",
-                   "tunnel traffic reaches the CPU through a recirculation interface on this "
-                   "switch; enable one with a recirc step first");
-         }
-         return t;
+         return readTraffic(r, v, file_, sw_, state_,
+                            [this](Reader const& rr, Json const& obj, std::string const& key) {
+                               return knownInterface(rr, obj, key);
+                            });
       }
       if (name == "show") {
          if (!v.is_string() || (v != "hw" && v != "sw")) {

@@ -16,6 +16,40 @@ std::string secondsText(double s) {
    return buf;
 }
 
+namespace {
+
+std::string destinationText(std::optional<U32> const& queue, std::string const& cmapName) {
+   return queue ? "queue " + std::to_string(*queue) : "class " + cmapName;
+}
+
+// "Ethernet1 class copp-system-bgp 400 pps in bursts of 40".
+std::string flowText(step::Flow const& f, bool withVxlan = true) {
+   if (f.capture) {
+      step::Capture const& c = *f.capture;
+      std::string out = f.interface + " capture " + c.file;
+      if (c.speed != 1) {
+         out += " at speed " + secondsText(c.speed);
+      }
+      return out;
+   }
+   std::string out = f.interface + " " + destinationText(f.queue, f.cmapName) + " " +
+                     std::to_string(f.pps) + " pps";
+   switch (f.pattern.kind) {
+      case step::Pattern::Kind::constant:
+         out += f.exact ? " exactly evenly spaced" : "";
+         break;
+      case step::Pattern::Kind::bursts:
+         out += " in bursts of " + std::to_string(f.pattern.burstSize);
+         break;
+      case step::Pattern::Kind::poisson:
+         out += " as Poisson arrivals (seed " + std::to_string(f.pattern.seed) + ")";
+         break;
+   }
+   return out + (withVxlan && f.vxlan ? " as VXLAN tunnel traffic" : "");
+}
+
+}  // namespace
+
 std::string stepText(ScenarioStep const& step) {
    struct Describe {
       std::string operator()(step::Police const& s) const {
@@ -31,10 +65,18 @@ std::string stepText(ScenarioStep const& step) {
       }
       std::string operator()(step::Advance const& s) const { return secondsText(s.seconds) + " s"; }
       std::string operator()(step::Traffic const& s) const {
-         std::string const to =
-             s.queue ? "queue " + std::to_string(*s.queue) : "class " + s.cmapName;
-         return s.interface + " " + to + " " + std::to_string(s.pps) + " pps for " +
-                secondsText(s.seconds) + " s" + (s.vxlan ? " as VXLAN tunnel traffic" : "");
+         if (s.oneFlow) {
+            // The VXLAN note reads after the time, as it always has.
+            return flowText(s.flows.front(), false) + " for " + secondsText(s.seconds) + " s" +
+                   (s.vxlan ? " as VXLAN tunnel traffic" : "");
+         }
+         std::string out = std::to_string(s.flows.size()) +
+                           (s.flows.size() == 1 ? " flow for " : " flows for ") +
+                           secondsText(s.seconds) + " s:";
+         for (std::size_t i = 0; i < s.flows.size(); ++i) {
+            out += (i ? "; " : " ") + flowText(s.flows[i]);
+         }
+         return out;
       }
       std::string operator()(step::Show const& s) const { return s.hw ? "hw" : "sw"; }
       std::string operator()(step::Clear const& s) const {

@@ -18,10 +18,10 @@ class FlowReader {
               InterfaceCheck const& knownInterface)
        : file_(file), sw_(sw), state_(state), knownInterface_(knownInterface) {}
 
-   step::Flow synthetic(Reader const& r, Json const& v) const {
+   step::Flow synthetic(Reader const& r, Json const& v, bool oneFlow = false) const {
       step::Flow f;
       f.interface = knownInterface_(r, v, "interface");
-      destination(r, v, f.queue, f.cmapName);
+      destination(r, v, f.queue, f.cmapName, oneFlow ? "a traffic step" : "a flow");
       f.pps = static_cast<U32>(
           r.integer(r.member(v, "", "pps"), "pps", 1, std::numeric_limits<U32>::max()));
       if (v.contains("vxlan")) {
@@ -99,10 +99,10 @@ class FlowReader {
   private:
    // A CPU queue given directly, or a class that has one by now.
    void destination(Reader const& r, Json const& v, std::optional<U32>& queue,
-                    std::string& cmapName) const {
+                    std::string& cmapName, char const* what = "a flow") const {
       if (v.contains("queue") == v.contains("class")) {
          r.fail((v.contains("queue") ? "class" : "queue"),
-                "a flow names either a CPU \"queue\" or a \"class\", not both");
+                std::string(what) + " names either a CPU \"queue\" or a \"class\", not both");
       }
       if (v.contains("queue")) {
          queue = static_cast<U32>(r.integer(v.at("queue"), "queue", 0, Nimbal::mmuCpuQueues - 1));
@@ -208,7 +208,7 @@ step::Traffic readTraffic(Reader const& r, Json const& v, std::string const& fil
    } else {
       r.object(v, "",
                {"interface", "queue", "class", "pps", "seconds", "vxlan", "pattern", "exact"});
-      step::Flow f = flows.synthetic(r, v);
+      step::Flow f = flows.synthetic(r, v, true);
       t.interface = f.interface;
       t.queue = f.queue;
       t.cmapName = f.cmapName;

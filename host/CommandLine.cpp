@@ -1,11 +1,17 @@
 #include "host/CommandLine.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <vector>
 
+#include "Kiv/Trace.h"
 #include "Nimbal/MmuCpuQ.h"
 
 namespace NimbalHost {
@@ -34,6 +40,65 @@ std::string traceConfigError(std::string const& config) {
       return "ends with a comma";
    }
    return "";
+}
+
+std::string traceNamesError(std::string const& config) {
+   std::vector<std::string> const known = Kiv::traceHandleNames();
+   std::vector<std::string> unknown;
+   std::stringstream in(config);
+   std::string item;
+   while (std::getline(in, item, ',')) {
+      std::string const name = item.substr(0, item.rfind(':'));
+      if (std::find(known.begin(), known.end(), name) == known.end()) {
+         unknown.push_back("\"" + name + "\"");
+      }
+   }
+   if (unknown.empty()) {
+      return "";
+   }
+   auto joined = [](std::vector<std::string> const& items) {
+      std::string out;
+      for (std::string const& s : items) {
+         out += (out.empty() ? "" : ", ") + s;
+      }
+      return out;
+   };
+   std::vector<std::string> sorted = known;
+   std::sort(sorted.begin(), sorted.end());
+   return std::string(unknown.size() == 1 ? "names an unknown trace handle: "
+                                          : "names unknown trace handles: ") +
+          joined(unknown) + "; the handles are " + joined(sorted);
+}
+
+bool plotWritable(std::string const& path) {
+   std::filesystem::path const p(path);
+   std::error_code ec;
+   if (std::filesystem::is_directory(p, ec)) {
+      return false;
+   }
+   if (std::filesystem::exists(p, ec)) {
+      return ::access(path.c_str(), W_OK) == 0;
+   }
+   std::filesystem::path const dir = p.has_parent_path() ? p.parent_path() : ".";
+   return ::access(dir.c_str(), W_OK) == 0;
+}
+
+bool writeFileWhole(std::string const& path, std::string const& text) {
+   std::string const part = path + ".part-" + std::to_string(::getpid());
+   {
+      std::ofstream out(part, std::ios::binary);
+      out << text;
+      out.close();
+      if (!out) {
+         std::remove(part.c_str());
+         return false;
+      }
+   }
+   if (std::rename(part.c_str(), path.c_str()) != 0) {
+      std::remove(part.c_str());
+      return false;
+   }
+   return true;
 }
 
 std::string helpFooter() {

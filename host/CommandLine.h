@@ -32,6 +32,15 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOption
 // Empty when `config` reads as NAME:LEVEL[,NAME:LEVEL...], else what is wrong with it.
 std::string traceConfigError(std::string const& config);
 
+// Empty when every handle that `config` names exists, else which do not and the names that
+// do. Read after the library made its handles.
+std::string traceNamesError(std::string const& config);
+
+// Whether `path` can be written without making it now.
+bool plotWritable(std::string const& path);
+// Writes `text` to a file beside `path` and renames it to `path`: readers never see a part.
+bool writeFileWhole(std::string const& path, std::string const& text);
+
 // What --help shows after the options: the steps, the exit statuses, the built-in CPU queues.
 std::string helpFooter();
 

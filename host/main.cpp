@@ -28,9 +28,6 @@ int main(int argc, char** argv) {
    }
    // Each line reaches the reader as it is made, also when an assertion ends the agent.
    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-   if (!options.trace.empty()) {
-      Kiv::traceConfigIs(options.trace);
-   }
 
    NimbalHost::Scenario scenario;
    try {
@@ -49,17 +46,30 @@ int main(int argc, char** argv) {
       std::printf("%s: valid, %zu steps\n", scenario.file.c_str(), scenario.steps.size());
       return 0;
    }
-   std::ofstream plot;
-   if (!options.plot.empty()) {
-      plot.open(options.plot);
-      if (!plot) {
-         std::fprintf(stderr, "nimbal-copp-sim: cannot write %s\n", options.plot.c_str());
-         return NimbalHost::usageExitCode;
-      }
+   // The chart is written whole at the end, so that an agent that stops leaves no file.
+   if (!options.plot.empty() && !NimbalHost::plotWritable(options.plot)) {
+      std::fprintf(stderr, "nimbal-copp-sim: cannot write %s\n", options.plot.c_str());
+      return NimbalHost::usageExitCode;
    }
 
    // The agent's event loop holds the activity lock; SDK calls release it for their duration.
    Kiv::ActivityScope activity;
+   if (!options.trace.empty()) {
+      // The library makes some trace handles on first use: a silent start-up makes them.
+      try {
+         NimbalHost::SilentTranscript silent;
+         NimbalHost::SimAgent const probe(scenario, silent);
+      } catch (NimbalHost::ScenarioError const& e) {
+         std::fprintf(stderr, "%s\n", e.what());
+         return 1;
+      }
+      std::string const error = NimbalHost::traceNamesError(options.trace);
+      if (!error.empty()) {
+         std::fprintf(stderr, "nimbal-copp-sim: --trace %s\n", error.c_str());
+         return NimbalHost::usageExitCode;
+      }
+      Kiv::traceConfigIs(options.trace);
+   }
    std::unique_ptr<NimbalHost::TranscriptWriter> transcript;
    if (options.json) {
       transcript = std::make_unique<NimbalHost::JsonTranscript>(stdout);
@@ -69,10 +79,8 @@ int main(int argc, char** argv) {
    try {
       NimbalHost::SimAgent agent(scenario, *transcript);
       agent.run();
-      if (plot.is_open()) {
-         plot << agent.plot();
-         plot.close();
-         if (!plot) {
+      if (!options.plot.empty()) {
+         if (!NimbalHost::writeFileWhole(options.plot, agent.plot())) {
             std::fprintf(stderr, "nimbal-copp-sim: cannot write %s\n", options.plot.c_str());
             return NimbalHost::usageExitCode;
          }

@@ -173,6 +173,9 @@ void SimAgent::advanceTo(double seconds) {
       return;
    }
    Kiv::activityClock()->nowIs(t);
+}
+
+void SimAgent::retryWaitingKeys() {
    kernel_->retry();
 }
 
@@ -215,16 +218,20 @@ void SimAgent::startUpReport() {
    emit(std::move(e));
 }
 
+event::KernelKey SimAgent::kernelKey(Oskel::ModIdPortQueueKey const& key) const {
+   NimbalTypes::NimbalPort const port(static_cast<U16>(key.modId()),
+                                      switch_->unitOfModule(static_cast<U16>(key.modId())),
+                                      static_cast<U16>(key.port()));
+   return {switch_->intf(port).stringValue(), key.modId(), key.port(), key.queue(),
+           std::nullopt};
+}
+
 void SimAgent::afterStep() {
    std::size_t const failed = kernel_->failed().size();
    if (failed != reportedFailedKeys_) {
       event::KernelCopp e;
       for (Oskel::ModIdPortQueueKey const& key : kernel_->failed()) {
-         NimbalTypes::NimbalPort const port(static_cast<U16>(key.modId()),
-                                            switch_->unitOfModule(static_cast<U16>(key.modId())),
-                                            static_cast<U16>(key.port()));
-         e.waiting.push_back(
-             {switch_->intf(port).stringValue(), key.modId(), key.port(), key.queue()});
+         e.waiting.push_back(kernelKey(key));
       }
       emit(std::move(e));
       reportedFailedKeys_ = failed;
@@ -243,7 +250,28 @@ void SimAgent::run() {
    for (ScenarioStep const& s : scenario_.steps) {
       step(s);
    }
-   emit(event::End{kernel_->programmed().size(), kernel_->failed().size()});
+   event::End e{kernel_->programmed().size(), kernel_->failed().size(), {}, {}, {}};
+   for (Oskel::ModIdPortQueueKey const& key : kernel_->failed()) {
+      e.waiting.push_back(kernelKey(key));
+      e.waiting.back().queueName = queueName(key.queue());
+   }
+   Kiv::Ptr<Nimbal::QosAclHelperV1> const helper = switch_->helper();
+   if (helper->vxlanCoppSrcPortWorkAroundNeeded() && switch_->scsd()->vxlanEnabled()) {
+      std::vector<Oskel::ModIdPortQueueKey> keys = helper->kernelDynamicCoppDataCol().keys();
+      std::sort(keys.begin(), keys.end());
+      for (Oskel::ModIdPortQueueKey const& key : keys) {
+         if (!helper->kernelDynamicCoppVxlanDataHas(key)) {
+            e.vxlanWithoutEntry.push_back(kernelKey(key));
+            e.vxlanWithoutEntry.back().queueName = queueName(key.queue());
+         }
+      }
+   }
+   if (!e.waiting.empty() || !e.vxlanWithoutEntry.empty()) {
+      for (Orvik::IntfId const& intf : switch_->interfaces()) {
+         e.interfaceOrder.push_back(intf.stringValue());
+      }
+   }
+   emit(std::move(e));
 }
 
 void SimAgent::step(ScenarioStep const& s) {
@@ -262,6 +290,7 @@ void SimAgent::step(ScenarioStep const& s) {
              recirc(action);
           } else if constexpr (std::is_same_v<T, step::Advance>) {
              advanceTo(now() + action.seconds);
+             retryWaitingKeys();
           } else if constexpr (std::is_same_v<T, step::Traffic>) {
              traffic(action);
           } else if constexpr (std::is_same_v<T, step::Show>) {

@@ -38,9 +38,11 @@ class SimAgent {
 
    // Virtual seconds since the agent started.
    double now() const;
-   // Moves the clock to `seconds` since the start (never back); timers fire on the way, then
-   // the kernel CoPP keys that ran out of hardware are tried again.
+   // Moves the clock to `seconds` since the start (never back); timers fire on the way.
    void advanceTo(double seconds);
+   // Tries the kernel CoPP keys that ran out of hardware again: once per advance or traffic
+   // step, since nothing a failed create needs changes between two packets.
+   void retryWaitingKeys();
 
    Switch& sw() { return *switch_; }
    QosClassConfig& classes() { return *classes_; }
@@ -57,6 +59,7 @@ class SimAgent {
    void startUpReport();
    void afterStep();
    std::optional<std::string> queueName(U32 queue) const;
+   event::KernelKey kernelKey(Oskel::ModIdPortQueueKey const& key) const;
    Oskel::ModIdPortQueueKey keyOf(std::string const& intf, U32 queue) const;
    void portDefaultPolicerReport(Orvik::IntfId const& intf, U32 rateBefore);
    // What a library operation called by name writes to its descriptor.

@@ -10,12 +10,18 @@
 #include "Kiv/Type.h"
 #include "Orvik/IntfNameCmp.h"
 #include "Oskel/VerifyData.h"
+#include "host/scenario/NameHints.h"
 
 namespace NimbalHost {
 
 void SimAgent::police(step::Police const& s) {
    Orvik::IntfId const intf(s.interface);
    U32 const defaultRate = switch_->helper()->portDefaultCoppPolicerHwData(intf).policerRate();
+   if (scenario_.sw.staticQueue(s.cmapName) < 0) {
+      if (auto const closest = closestName(s.cmapName, scenario_.sw.systemClasses())) {
+         emit(event::ClassNameNote{s.interface, s.cmapName, *closest});
+      }
+   }
    QosClassConfig::PoliceOutcome const o = classes_->police(s.interface, s.cmapName, s.cir, s.bc);
    if (!o.cpuQ) {
       emit(event::ClassNotProgrammed{s.interface, s.cmapName});
@@ -128,6 +134,7 @@ void SimAgent::verify() {
    for (auto const& cli : data->cliVerifyOutput()) {
       e.differences.push_back(cli.message);
    }
+   e.keysNotInHardware = kernel_->failed().size();
    emit(std::move(e));
 }
 

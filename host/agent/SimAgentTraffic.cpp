@@ -57,6 +57,9 @@ void SimAgent::traffic(step::Traffic const& s) {
    double const t0 = now();
    auto const packets =
        static_cast<std::size_t>(std::floor(static_cast<double>(s.pps) * s.seconds + 1e-9));
+   if (packets == 0) {
+      emit(event::TrafficEmpty{s.interface, s.pps, s.seconds});
+   }
    TrafficBurst& burst =
        traffic_.burstIs(s.interface, *queue, cpuQ ? cpuQ->name() : "", s.vxlan, t0, s.pps);
    burst.dropped.reserve(packets);
@@ -69,6 +72,7 @@ void SimAgent::traffic(step::Traffic const& s) {
       allowed += passed ? 1 : 0;
    }
    advanceTo(t0 + s.seconds);
+   retryWaitingKeys();
    emit(event::Traffic{s.interface, *queue, queueName(*queue), s.vxlan, packets, allowed,
                        packets - allowed});
 }

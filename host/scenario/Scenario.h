@@ -43,6 +43,10 @@ struct ScenarioSwitch {
    ScenarioInterface const* interface(std::string const& name) const;
    // The queue a class is statically mapped to, or -1.
    int staticQueue(std::string const& cmapName) const;
+   // The classes statically mapped in the CPU queue table, in table order.
+   std::vector<std::string> systemClasses() const;
+   // Front-panel then fabric interface names, in file order.
+   std::vector<std::string> interfaceNames() const;
 };
 
 namespace step {
@@ -167,6 +171,8 @@ struct Scenario {
 std::vector<std::string> const& scenarioStepNames();
 // The SDK functions whose next call a `fail` step can make fail.
 std::vector<std::string> const& failableSdkCalls();
+// The highest class rate: the port's default policer meters twice it, in 32 bits.
+inline constexpr U32 maxClassRate = 0xFFFFFFFFu / 2;
 // The most packets one traffic step may send.
 inline constexpr double maxTrafficPackets = 10'000'000;
 

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "Kiv/Type.h"
+#include "host/scenario/NameHints.h"
 #include "NimbalQos/NimbalQosProtectionHelper.h"
 #include "NimbalQos/NimbalQosTcamProtectionHelper.h"
 
@@ -15,6 +16,9 @@ namespace NimbalHost {
 namespace scenario {
 
 namespace {
+
+// Past this many characters a list of interfaces is cut short.
+constexpr std::size_t maxNameListText = 200;
 
 // The helper attributes that a `set` step can change.
 bool settableAttribute(ScenarioSwitch const& sw, std::string const& name) {
@@ -81,7 +85,20 @@ class StepReader {
    std::string knownInterface(Reader const& r, Json const& obj, std::string const& key) const {
       std::string const name = r.string(r.member(obj, "", key), key);
       if (!sw_.interface(name)) {
-         r.fail(key, "unknown interface " + inQuotes(name));
+         std::vector<std::string> const names = sw_.interfaceNames();
+         // A known prefix with an unknown number is not a slip: the list says enough.
+         bool const knownPrefix =
+             std::any_of(names.begin(), names.end(), [&](std::string const& n) {
+                return namePrefix(n) == namePrefix(name);
+             });
+         std::optional<std::string> const closest =
+             knownPrefix ? std::nullopt : closestName(name, names);
+         std::string ranges = nameRangesText(names);
+         if (ranges.size() > maxNameListText) {
+            ranges = ranges.substr(0, ranges.rfind(", ", maxNameListText)) + ", ...";
+         }
+         r.fail(key, "unknown interface " + inQuotes(name) + "; the switch has " + ranges +
+                         (closest ? "; the closest is " + inQuotes(*closest) : ""));
       }
       return name;
    }
@@ -97,6 +114,12 @@ class StepReader {
          p.interface = knownInterface(r, v, "interface");
          p.cmapName = r.string(r.member(v, "", "class"), "class");
          p.cir = r.u32(r.member(v, "", "cir"), "cir");
+         if (p.cir > maxClassRate) {
+            r.fail("cir", std::to_string(p.cir) + " pps is more than " +
+                              std::to_string(maxClassRate) +
+                              ", the highest class rate: the port's default policer meters "
+                              "twice the class rate in 32 bits");
+         }
          p.bc = r.u32(r.member(v, "", "bc"), "bc");
          state_.policed.insert({p.interface, p.cmapName});
          return p;

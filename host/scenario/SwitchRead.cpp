@@ -239,4 +239,22 @@ int ScenarioSwitch::staticQueue(std::string const& cmapName) const {
    return -1;
 }
 
+std::vector<std::string> ScenarioSwitch::systemClasses() const {
+   std::vector<std::string> out;
+   for (auto const& row : cpuQueues) {
+      out.insert(out.end(), row.classes.begin(), row.classes.end());
+   }
+   return out;
+}
+
+std::vector<std::string> ScenarioSwitch::interfaceNames() const {
+   std::vector<std::string> out;
+   for (auto const* list : {&interfaces, &fabricInterfaces}) {
+      for (auto const& intf : *list) {
+         out.push_back(intf.name);
+      }
+   }
+   return out;
+}
+
 }  // namespace NimbalHost

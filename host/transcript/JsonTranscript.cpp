@@ -6,6 +6,29 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+// Syslog's names of the severities.
+char const* severityName(int severity) {
+   static char const* const names[] = {"emergency", "alert",  "critical",      "error",
+                                       "warning",   "notice", "informational", "debug"};
+   return severity >= 0 && severity < 8 ? names[severity] : "unknown";
+}
+
+Json keysJson(std::vector<event::KernelKey> const& keys) {
+   Json out = Json::array();
+   for (event::KernelKey const& k : keys) {
+      Json key;
+      key["interface"] = k.interface;
+      key["modId"] = k.modId;
+      key["port"] = k.port;
+      key["queue"] = k.queue;
+      if (k.queueName) {
+         key["queueName"] = *k.queueName;
+      }
+      out.push_back(key);
+   }
+   return out;
+}
+
 // The fields of each kind of event, after the ones every event has.
 struct Fields {
    Json& j;
@@ -55,6 +78,12 @@ struct Fields {
       j["bc"] = e.bc;
       j["rateChanged"] = e.rateChanged;
       return "classPoliced";
+   }
+   char const* operator()(event::ClassNameNote const& e) {
+      j["interface"] = e.interface;
+      j["class"] = e.cmapName;
+      j["systemClass"] = e.systemClass;
+      return "classNameNote";
    }
    char const* operator()(event::ClassNotProgrammed const& e) {
       j["interface"] = e.interface;
@@ -106,6 +135,12 @@ struct Fields {
       j["innerVlan"] = e.innerVlan;
       return "tunnelTraffic";
    }
+   char const* operator()(event::TrafficEmpty const& e) {
+      j["interface"] = e.interface;
+      j["pps"] = e.pps;
+      j["seconds"] = e.seconds;
+      return "trafficEmpty";
+   }
    char const* operator()(event::Traffic const& e) {
       j["interface"] = e.interface;
       j["queue"] = e.queue;
@@ -151,6 +186,7 @@ struct Fields {
    }
    char const* operator()(event::Verify const& e) {
       j["differences"] = e.differences;
+      j["keysNotInHardware"] = e.keysNotInHardware;
       return "verify";
    }
    char const* operator()(event::AttributeSet const& e) {
@@ -214,6 +250,7 @@ struct Fields {
    char const* operator()(event::Log const& e) {
       j["key"] = e.key;
       j["severity"] = e.severity;
+      j["severityName"] = severityName(e.severity);
       j["text"] = e.text;
       j["minInterval"] = e.minInterval;
       j["maxInterval"] = e.maxInterval;
@@ -224,6 +261,8 @@ struct Fields {
    char const* operator()(event::End const& e) {
       j["kernelKeysProgrammed"] = e.kernelKeysProgrammed;
       j["kernelKeysWaiting"] = e.kernelKeysWaiting;
+      j["waiting"] = keysJson(e.waiting);
+      j["vxlanWithoutEntry"] = keysJson(e.vxlanWithoutEntry);
       return "end";
    }
 };

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <type_traits>
 
+#include "host/transcript/KeyRanges.h"
 #include "host/transcript/SvgPlot.h"
 
 namespace NimbalHost {
@@ -10,6 +11,12 @@ namespace NimbalHost {
 namespace {
 
 // A number of seconds as a person writes it: 60, 0.5, 2.25.
+std::string secondsText(double s) {
+   char buf[48];
+   std::snprintf(buf, sizeof buf, "%g", s);
+   return buf;
+}
+
 std::string queueText(U32 queue, std::optional<std::string> const& name) {
    return "CPU queue " + std::to_string(queue) + (name ? " (" + *name + ")" : "");
 }
@@ -66,6 +73,11 @@ struct Lines {
            (e.dynamic ? "dynamic" : "static") + ": " + std::to_string(e.cir) + " pps, burst " +
            std::to_string(e.bc) + " packets" + (e.rateChanged ? " (rate changed)" : ""));
    }
+   void operator()(event::ClassNameNote const& e) {
+      line("  note: " + e.cmapName +
+           " has no static CPU queue, so it is a user class on a dynamic queue and " +
+           e.systemClass + " stays as it was; did you mean " + e.systemClass + "?");
+   }
    void operator()(event::ClassNotProgrammed const& e) {
       line("  " + e.interface + " " + e.cmapName +
            ": no dynamic CPU queue is free; the class is not programmed");
@@ -102,6 +114,10 @@ struct Lines {
       line("  tunnel traffic of " + e.interface + " reaches the CPU from " + e.recircInterface +
            " with inner VLAN " + std::to_string(e.innerVlan));
    }
+   void operator()(event::TrafficEmpty const& e) {
+      line("  note: " + std::to_string(e.pps) + " pps for " + secondsText(e.seconds) +
+           " s is less than one packet: " + e.interface + " sent nothing");
+   }
    void operator()(event::Traffic const& e) {
       line("traffic " + e.interface + " queue " + std::to_string(e.queue) + ": offered " +
            std::to_string(e.offered) + " allowed " + std::to_string(e.allowed) + " dropped " +
@@ -122,6 +138,10 @@ struct Lines {
          line("verify: " + d);
       }
       line("verify: " + std::to_string(e.differences.size()) + " differences");
+      if (e.keysNotInHardware) {
+         line("  not verified: " + counted(e.keysNotInHardware, "configured kernel CoPP key") +
+              " not in hardware (waiting for resources)");
+      }
    }
    void operator()(event::AttributeSet const& e) { line("  " + e.name + " = " + e.value); }
    void operator()(event::Resources const& e) {
@@ -161,6 +181,23 @@ struct Lines {
    void operator()(event::End const& e) {
       line("end at " + timeText(time) +
            " s: " + counted(e.kernelKeysProgrammed, "kernel CoPP key") + " programmed");
+      if (!e.waiting.empty()) {
+         line("  unpoliced, waiting for hardware: " + counted(e.waiting.size(), "key") + ", " +
+              keysText(e.waiting, e.interfaceOrder));
+      }
+      if (!e.vxlanWithoutEntry.empty()) {
+         line("  without a VXLAN CoPP entry: " + counted(e.vxlanWithoutEntry.size(), "key") +
+              ", " + keysText(e.vxlanWithoutEntry, e.interfaceOrder));
+      }
+   }
+   static std::string keysText(std::vector<event::KernelKey> const& keys,
+                               std::vector<std::string> const& order) {
+      std::vector<KeyName> names;
+      names.reserve(keys.size());
+      for (event::KernelKey const& k : keys) {
+         names.push_back({k.interface, k.queue, k.queueName.value_or("")});
+      }
+      return keyRangesText(names, order);
    }
 };
 

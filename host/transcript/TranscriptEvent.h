@@ -58,6 +58,13 @@ struct ClassPoliced {
    U32 bc = 0;
    bool rateChanged = false;
 };
+// A class without a static queue whose name is a slip away from a system class: it becomes a
+// user class on a dynamic queue while the system class stays as it was.
+struct ClassNameNote {
+   std::string interface;
+   std::string cmapName;
+   std::string systemClass;  // the closest
+};
 // A class without a static queue that found no dynamic one free.
 struct ClassNotProgrammed {
    std::string interface;
@@ -93,6 +100,12 @@ struct TunnelTraffic {
    std::string recircInterface;
    U32 innerVlan = 0;
 };
+// A traffic step too short for its rate to send a packet.
+struct TrafficEmpty {
+   std::string interface;
+   U32 pps = 0;
+   double seconds = 0;
+};
 struct Traffic {
    std::string interface;
    U32 queue = 0;
@@ -121,6 +134,8 @@ struct Poll {
 };
 struct Verify {
    std::vector<std::string> differences;
+   // Configured kernel CoPP keys that verify skips: they wait for hardware.
+   std::size_t keysNotInHardware = 0;
 };
 struct AttributeSet {
    std::string name;
@@ -156,6 +171,7 @@ struct KernelKey {
    U32 modId = 0;
    U32 port = 0;
    U32 queue = 0;
+   std::optional<std::string> queueName;
 };
 // The kernel CoPP keys waiting for hardware, reported when their number changes.
 struct KernelCopp {
@@ -178,15 +194,21 @@ struct Log {
 struct End {
    std::size_t kernelKeysProgrammed = 0;
    std::size_t kernelKeysWaiting = 0;
+   // What stays unpoliced: keys waiting for hardware, and programmed keys that VXLAN needs an
+   // entry for and have none.
+   std::vector<KernelKey> waiting;
+   std::vector<KernelKey> vxlanWithoutEntry;
+   // The switch's interfaces in order, to write the keys as ranges.
+   std::vector<std::string> interfaceOrder;
 };
 
 }  // namespace event
 
 using TranscriptPayload =
     std::variant<event::Scenario, event::Switch, event::Helper, event::StartUp, event::Step,
-                 event::ClassPoliced, event::ClassNotProgrammed, event::PortDefaultPolicer,
+                 event::ClassPoliced, event::ClassNameNote, event::ClassNotProgrammed, event::PortDefaultPolicer,
                  event::ClassUnpoliced, event::Vxlan, event::Recirc, event::TrafficNotSent,
-                 event::TunnelTraffic, event::Traffic, event::Show, event::Clear, event::Poll,
+                 event::TunnelTraffic, event::TrafficEmpty, event::Traffic, event::Show, event::Clear, event::Poll,
                  event::Verify, event::AttributeSet, event::Resources, event::Tamper, event::Fail,
                  event::KernelCopp, event::VxlanRetry, event::Log, event::End>;
 
@@ -201,6 +223,12 @@ class TranscriptWriter {
   public:
    virtual ~TranscriptWriter() = default;
    virtual void write(TranscriptEvent const& e) = 0;
+};
+
+// Where events go when nobody reads them.
+class SilentTranscript : public TranscriptWriter {
+  public:
+   void write(TranscriptEvent const&) override {}
 };
 
 }  // namespace NimbalHost

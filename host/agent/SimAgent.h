@@ -49,6 +49,16 @@ class SimAgent {
    KernelCoppReactor const& kernelCopp() const { return *kernel_; }
    TrafficLog const& traffic() const { return traffic_; }
 
+   // Whether traffic steps keep each packet for the plot (on by default).
+   void recordTrafficIs(bool on) { recordTraffic_ = on; }
+
+   // Where a flow's packets enter the chip: unit, port and inner VLAN id.
+   struct TrafficRoute {
+      U32 unit = 0;
+      U32 inPort = 0;
+      U16 innerVlan = 0;
+   };
+
    // The SVG chart of the traffic so far.
    std::string plot() const;
 
@@ -70,6 +80,10 @@ class SimAgent {
    void vxlan(step::Vxlan const& s);
    void recirc(step::Recirc const& s);
    void traffic(step::Traffic const& s);
+   std::optional<U32> flowQueue(std::optional<U32> const& queue, std::string const& cmapName,
+                                std::size_t flow);
+   std::optional<TrafficRoute> trafficRoute(std::string const& interface, bool vxlan,
+                                            std::size_t flow);
    void show(step::Show const& s);
    void clear(step::Clear const& s);
    void poll(step::Poll const& s);
@@ -88,6 +102,7 @@ class SimAgent {
    std::unique_ptr<QosClassConfig> classes_;
    std::unique_ptr<KernelCoppReactor> kernel_;
    TrafficLog traffic_;
+   bool recordTraffic_ = true;
    std::size_t reportedFailedKeys_ = 0;
    bool reportedVxlanExhausted_ = false;
    double reportedVxlanRetry_ = 0;

@@ -127,6 +127,7 @@ struct Fields {
       } else {
          j["reason"] = "noRecirculationInterface";
       }
+      j["flow"] = e.flow;
       return "trafficNotSent";
    }
    char const* operator()(event::TunnelTraffic const& e) {
@@ -151,7 +152,17 @@ struct Fields {
       j["offered"] = e.offered;
       j["allowed"] = e.allowed;
       j["dropped"] = e.dropped;
+      j["flow"] = e.flow;
+      j["pattern"] = e.pattern;
       return "traffic";
+   }
+   char const* operator()(event::CaptureSummary const& e) {
+      j["flow"] = e.flow;
+      j["file"] = e.file;
+      j["packets"] = e.packets;
+      j["classified"] = e.classified;
+      j["ignored"] = e.ignored;
+      return "capture";
    }
    char const* operator()(event::Show const& e) {
       j["table"] = e.hw ? "hw" : "sw";

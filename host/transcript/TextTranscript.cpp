@@ -118,6 +118,11 @@ struct Lines {
       line("  note: " + std::to_string(e.pps) + " pps for " + secondsText(e.seconds) +
            " s is less than one packet: " + e.interface + " sent nothing");
    }
+   void operator()(event::CaptureSummary const& e) {
+      line("capture " + e.file + ": " + std::to_string(e.packets) + " packets, " +
+           std::to_string(e.classified) + " classified, " + std::to_string(e.ignored) +
+           " ignored");
+   }
    void operator()(event::Traffic const& e) {
       line("traffic " + e.interface + " queue " + std::to_string(e.queue) + ": offered " +
            std::to_string(e.offered) + " allowed " + std::to_string(e.allowed) + " dropped " +

@@ -52,7 +52,7 @@ TrafficBurst& TrafficLog::burstIs(std::string const& interface, U32 queue,
       flows_.push_back({interface, queue, queueName, vxlan, {}});
       it = flows_.end() - 1;
    }
-   it->bursts.push_back({start, pps, {}});
+   it->bursts.push_back({start, pps, {}, {}});
    return it->bursts.back();
 }
 
@@ -60,12 +60,17 @@ std::vector<PlotPanel> TrafficLog::panels(double timeEnd) const {
    std::vector<PlotPanel> out;
    double const end = timeEnd > 0 ? timeEnd : 1.0;
    for (TrafficFlow const& flow : flows_) {
-      U32 slowest = 0;
+      double slowest = 0;
       for (auto const& b : flow.bursts) {
-         slowest = slowest ? std::min(slowest, b.pps) : b.pps;
+         // A capture's rate is what it sent; a synthetic flow's is its own.
+         double const span = b.times.size() > 1 ? b.times.back() - b.times.front() : 0;
+         double const rate =
+             span > 0 ? std::max<double>(b.pps, static_cast<double>(b.times.size() - 1) / span)
+                      : b.pps;
+         slowest = slowest > 0 ? std::min(slowest, rate) : rate;
       }
       double const width =
-          niceBinWidth(std::max(end / maxBins, packetsPerBin / std::max<U32>(slowest, 1)));
+          niceBinWidth(std::max(end / maxBins, packetsPerBin / std::max(slowest, 1.0)));
       std::size_t const bins =
           std::max<std::size_t>(1, static_cast<std::size_t>(std::ceil(end / width - 1e-9)));
       std::vector<double> offered(bins, 0), allowed(bins, 0), dropped(bins, 0);

@@ -10,13 +10,15 @@
 
 namespace NimbalHost {
 
-// Packets evenly spaced from `start`, 1 / pps apart; per packet whether it was dropped.
+// The packets of one flow in one traffic step: when each was sent (seconds since the start) and
+// whether it was dropped.
 struct TrafficBurst {
    double start = 0;
    U32 pps = 1;
+   std::vector<double> times;
    std::vector<bool> dropped;
 
-   double packetTime(std::size_t i) const { return start + static_cast<double>(i) / pps; }
+   double packetTime(std::size_t i) const { return times[i]; }
 };
 
 // The packets of one interface to one CPU queue, plain or as tunnel traffic.

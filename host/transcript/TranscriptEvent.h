@@ -94,6 +94,7 @@ struct TrafficNotSent {
    enum class Reason { noCpuQueue, noRecirculationInterface };
    Reason reason = Reason::noCpuQueue;
    std::string cmapName;  // for noCpuQueue
+   std::size_t flow = 0;  // the flow of the step, from 0
 };
 struct TunnelTraffic {
    std::string interface;
@@ -114,6 +115,16 @@ struct Traffic {
    U64 offered = 0;
    U64 allowed = 0;
    U64 dropped = 0;
+   std::size_t flow = 0;  // the flow of the step, from 0
+   std::string pattern;   // constant, exact, bursts, poisson or capture
+};
+// What a capture flow replayed.
+struct CaptureSummary {
+   std::size_t flow = 0;
+   std::string file;
+   U64 packets = 0;
+   U64 classified = 0;
+   U64 ignored = 0;
 };
 // One of the library's counter tables: its text as the library wrote it, and its rows.
 struct Show {
@@ -208,7 +219,7 @@ using TranscriptPayload =
     std::variant<event::Scenario, event::Switch, event::Helper, event::StartUp, event::Step,
                  event::ClassPoliced, event::ClassNameNote, event::ClassNotProgrammed, event::PortDefaultPolicer,
                  event::ClassUnpoliced, event::Vxlan, event::Recirc, event::TrafficNotSent,
-                 event::TunnelTraffic, event::TrafficEmpty, event::Traffic, event::Show, event::Clear, event::Poll,
+                 event::TunnelTraffic, event::TrafficEmpty, event::Traffic, event::CaptureSummary, event::Show, event::Clear, event::Poll,
                  event::Verify, event::AttributeSet, event::Resources, event::Tamper, event::Fail,
                  event::KernelCopp, event::VxlanRetry, event::Log, event::End>;
 

@@ -10,11 +10,13 @@
 #include "Kiv/Activity.h"
 #include "Kiv/Trace.h"
 #include "host/CommandLine.h"
-#include "host/scenario/Demo.h"
-#include "host/transcript/JsonTranscript.h"
-#include "host/preflight/Preflight.h"
-#include "host/scenario/Scenario.h"
 #include "host/agent/SimAgent.h"
+#include "host/preflight/Preflight.h"
+#include "host/scenario/Demo.h"
+#include "host/scenario/Scenario.h"
+#include "host/traffic/CaptureCheck.h"
+#include "host/traffic/TrafficError.h"
+#include "host/transcript/JsonTranscript.h"
 #include "host/transcript/TextTranscript.h"
 
 int main(int argc, char** argv) {
@@ -33,7 +35,11 @@ int main(int argc, char** argv) {
    try {
       scenario = options.scenario.empty() ? NimbalHost::demoScenario()
                                           : NimbalHost::scenarioFromFile(options.scenario);
+      NimbalHost::checkCaptures(scenario);
    } catch (NimbalHost::ScenarioError const& e) {
+      std::fprintf(stderr, "%s\n", e.what());
+      return 1;
+   } catch (NimbalHost::TrafficError const& e) {
       std::fprintf(stderr, "%s\n", e.what());
       return 1;
    }
@@ -88,6 +94,10 @@ int main(int argc, char** argv) {
                       options.plot.c_str());
       }
    } catch (NimbalHost::ScenarioError const& e) {
+      std::fflush(stdout);
+      std::fprintf(stderr, "%s\n", e.what());
+      return 1;
+   } catch (NimbalHost::TrafficError const& e) {
       std::fflush(stdout);
       std::fprintf(stderr, "%s\n", e.what());
       return 1;

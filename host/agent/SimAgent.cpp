@@ -222,8 +222,7 @@ event::KernelKey SimAgent::kernelKey(Oskel::ModIdPortQueueKey const& key) const 
    NimbalTypes::NimbalPort const port(static_cast<U16>(key.modId()),
                                       switch_->unitOfModule(static_cast<U16>(key.modId())),
                                       static_cast<U16>(key.port()));
-   return {switch_->intf(port).stringValue(), key.modId(), key.port(), key.queue(),
-           std::nullopt};
+   return {switch_->intf(port).stringValue(), key.modId(), key.port(), key.queue(), std::nullopt};
 }
 
 void SimAgent::afterStep() {

@@ -8,6 +8,7 @@
 
 #include "Orvik/IntfNameCmp.h"
 #include "host/traffic/CaptureArrivals.h"
+#include "host/traffic/CaptureCheck.h"
 #include "host/traffic/CaptureSave.h"
 #include "host/traffic/FlowMerge.h"
 #include "host/traffic/SyntheticArrivals.h"
@@ -18,8 +19,7 @@ namespace {
 
 // The jitter of a constant flow: the same on every machine, another for every flow and step.
 std::uint64_t jitterSeed(int stepNumber, std::size_t flow) {
-   return 0x9E3779B97F4A7C15ull * static_cast<std::uint64_t>(stepNumber) + 0x1000193ull * flow +
-          1;
+   return 0x9E3779B97F4A7C15ull * static_cast<std::uint64_t>(stepNumber) + 0x1000193ull * flow + 1;
 }
 
 ArrivalPattern arrivalPattern(step::Flow const& f, int stepNumber, std::size_t index) {
@@ -49,8 +49,8 @@ struct FlowRun {
    std::unique_ptr<CaptureArrivals> capture;
    std::unique_ptr<CaptureSave> save;
    std::map<U32, std::pair<U64, U64>> offeredAllowed;  // by queue
-   std::map<U32, TrafficBurst*> plot;                   // by queue
-   std::optional<U32> firstQueue;                       // a synthetic flow's line, also when empty
+   std::map<U32, TrafficBurst*> plot;                  // by queue
+   std::optional<U32> firstQueue;                      // a synthetic flow's line, also when empty
    ArrivalSource* source() const {
       return capture ? static_cast<ArrivalSource*>(capture.get()) : synthetic.get();
    }
@@ -58,8 +58,8 @@ struct FlowRun {
 
 }  // namespace
 
-std::optional<U32> SimAgent::flowQueue(std::optional<U32> const& queue,
-                                       std::string const& cmapName, std::size_t flow) {
+std::optional<U32> SimAgent::flowQueue(std::optional<U32> const& queue, std::string const& cmapName,
+                                       std::size_t flow) {
    std::optional<U32> const q = queue ? queue : classes_->queueOfClass(cmapName);
    if (!q) {
       emit(event::TrafficNotSent{event::TrafficNotSent::Reason::noCpuQueue, cmapName, flow});
@@ -94,8 +94,8 @@ std::optional<SimAgent::TrafficRoute> SimAgent::trafficRoute(std::string const& 
       sameUnit = recirc.begin();
    }
    if (sameUnit == recirc.end()) {
-      emit(event::TrafficNotSent{event::TrafficNotSent::Reason::noRecirculationInterface, "",
-                                 flow});
+      emit(
+          event::TrafficNotSent{event::TrafficNotSent::Reason::noRecirculationInterface, "", flow});
       return std::nullopt;
    }
    // It arrives where the recirculation interface is, which may be another unit.
@@ -114,23 +114,19 @@ void SimAgent::traffic(step::Traffic const& s) {
       FlowRun& run = runs[i];
       if (f.capture) {
          step::Capture const& c = *f.capture;
-         CaptureFlow cf;
-         cf.path = c.path;
-         cf.speed = c.speed;
+         CaptureFlow const cf = captureFlowOf(c);
          for (step::CaptureClass const& cc : c.classes) {
-            cf.filters.push_back(cc.filter);
             run.slotQueue.push_back(flowQueue(cc.queue, cc.cmapName, i));
          }
          if (!c.ignoresTheRest()) {
-            cf.otherwise = run.slotQueue.size();
             run.slotQueue.push_back(flowQueue(c.otherwise.queue, c.otherwise.cmapName, i));
          }
          run.pattern = "capture";
          run.route = trafficRoute(f.interface, false, i);
          run.capture = std::make_unique<CaptureArrivals>(cf, t0, s.seconds);
          if (!c.saveAllowed.empty() || !c.saveDropped.empty()) {
-            run.save = std::make_unique<CaptureSave>(run.capture->reader(), c.saveAllowed,
-                                                     c.saveDropped);
+            run.save =
+                std::make_unique<CaptureSave>(run.capture->reader(), c.saveAllowed, c.saveDropped);
          }
       } else {
          run.slotQueue.push_back(flowQueue(f.queue, f.cmapName, i));
@@ -183,7 +179,7 @@ void SimAgent::traffic(step::Traffic const& s) {
             burst = &traffic_.burstIs(f.interface, *queue, queueName(*queue), f.vxlan, t0,
                                       std::max<U32>(f.pps, 1));
          }
-         burst->times.push_back(m.arrival.time - start_);
+         burst->times.push_back(m.arrival.time);
          burst->dropped.push_back(!passed);
       }
       if (run.save) {

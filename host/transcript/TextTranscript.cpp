@@ -120,8 +120,7 @@ struct Lines {
    }
    void operator()(event::CaptureSummary const& e) {
       line("capture " + e.file + ": " + std::to_string(e.packets) + " packets, " +
-           std::to_string(e.classified) + " classified, " + std::to_string(e.ignored) +
-           " ignored");
+           std::to_string(e.classified) + " classified, " + std::to_string(e.ignored) + " ignored");
    }
    void operator()(event::Traffic const& e) {
       line("traffic " + e.interface + " queue " + std::to_string(e.queue) + ": offered " +
@@ -191,8 +190,8 @@ struct Lines {
               keysText(e.waiting, e.interfaceOrder));
       }
       if (!e.vxlanWithoutEntry.empty()) {
-         line("  without a VXLAN CoPP entry: " + counted(e.vxlanWithoutEntry.size(), "key") +
-              ", " + keysText(e.vxlanWithoutEntry, e.interfaceOrder));
+         line("  without a VXLAN CoPP entry: " + counted(e.vxlanWithoutEntry.size(), "key") + ", " +
+              keysText(e.vxlanWithoutEntry, e.interfaceOrder));
       }
    }
    static std::string keysText(std::vector<event::KernelKey> const& keys,

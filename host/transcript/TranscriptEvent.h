@@ -217,10 +217,11 @@ struct End {
 
 using TranscriptPayload =
     std::variant<event::Scenario, event::Switch, event::Helper, event::StartUp, event::Step,
-                 event::ClassPoliced, event::ClassNameNote, event::ClassNotProgrammed, event::PortDefaultPolicer,
-                 event::ClassUnpoliced, event::Vxlan, event::Recirc, event::TrafficNotSent,
-                 event::TunnelTraffic, event::TrafficEmpty, event::Traffic, event::CaptureSummary, event::Show, event::Clear, event::Poll,
-                 event::Verify, event::AttributeSet, event::Resources, event::Tamper, event::Fail,
+                 event::ClassPoliced, event::ClassNameNote, event::ClassNotProgrammed,
+                 event::PortDefaultPolicer, event::ClassUnpoliced, event::Vxlan, event::Recirc,
+                 event::TrafficNotSent, event::TunnelTraffic, event::TrafficEmpty, event::Traffic,
+                 event::CaptureSummary, event::Show, event::Clear, event::Poll, event::Verify,
+                 event::AttributeSet, event::Resources, event::Tamper, event::Fail,
                  event::KernelCopp, event::VxlanRetry, event::Log, event::End>;
 
 struct TranscriptEvent {

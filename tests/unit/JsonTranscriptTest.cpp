@@ -225,6 +225,10 @@ std::string text(Json const& e, NimbalHost::Scenario const& scenario) {
                ? "  VXLAN CoPP entries ran out; the state machine retries at " +
                      NimbalHost::timeText(e.at("retryAt").get<double>()) + " s"
                : "  VXLAN CoPP entries: nothing waits for a retry");
+   } else if (kind == "capture") {
+      line("capture " + s("file") + ": " + std::to_string(e.at("packets").get<U64>()) +
+           " packets, " + std::to_string(e.at("classified").get<U64>()) + " classified, " +
+           std::to_string(e.at("ignored").get<U64>()) + " ignored");
    } else if (kind == "log") {
       line("log: " + s("key") + ": " + s("text"));
    } else if (kind == "end") {

@@ -133,6 +133,17 @@ TEST_F(SimAgentTest, AdvanceMovesTheVirtualClock) {
    EXPECT_DOUBLE_EQ(agent().now(), 60.0);
 }
 
+TEST_F(SimAgentTest, ExactTrafficIsEvenlySpaced) {
+   start(R"({"traffic": {"interface": "Ethernet2", "queue": 7, "pps": 10, "seconds": 1.5,
+                         "exact": true}})");
+   play();
+   NimbalHost::TrafficFlow const& flow = agent().traffic().flows().at(0);
+   ASSERT_EQ(flow.offered(), 15u);
+   for (std::size_t i = 0; i < 15; ++i) {
+      EXPECT_NEAR(flow.bursts[0].packetTime(i), 0.1 * static_cast<double>(i), 1e-9);
+   }
+}
+
 TEST_F(SimAgentTest, TrafficSpacesItsPacketsOverItsTime) {
    start(R"({"traffic": {"interface": "Ethernet2", "queue": 7, "pps": 10, "seconds": 1.5}})");
    play();
@@ -144,7 +155,9 @@ TEST_F(SimAgentTest, TrafficSpacesItsPacketsOverItsTime) {
    EXPECT_EQ(flow.queueName, "CoppSystemStp");
    ASSERT_EQ(flow.bursts.size(), 1u);
    EXPECT_EQ(flow.offered(), 15u);
-   EXPECT_DOUBLE_EQ(flow.bursts[0].packetTime(14), 1.4);
+   // Jittered within its slot of 1 / pps.
+   EXPECT_GE(flow.bursts[0].packetTime(14), 1.4);
+   EXPECT_LT(flow.bursts[0].packetTime(14), 1.5);
    // The packet driver counted every packet of the port and queue.
    auto const [dropped, allowed] = agent().sw().pktDrv()->getDdeCoppCounters(0, 2, 7);
    EXPECT_EQ(dropped + allowed, 15u);

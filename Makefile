@@ -3,7 +3,7 @@
 # then a short run of the fuzzers. Both install what is missing first. `make fuzz-long` and
 # `make random-long` are the long checks.
 .PHONY: demo test bench setup release sanitize debug fuzz fuzz-smoke fuzz-long valgrind clean \
-        random-long
+        random-long package package-lint
 
 setup:
 	@./scripts/setup.sh
@@ -41,6 +41,15 @@ demo: release
 # The benchmarks' figures against their targets (bench/README.md says how to read them).
 bench: release
 	python3 bench/figures.py build/release/bin
+
+# The Debian packages, from the release build, into build/release/packages/.
+package: release
+	rm -rf build/release/packages
+	cd build/release && cpack
+
+# lintian on the packages (installed first when missing): an error fails.
+package-lint: package
+	./scripts/package-lint.sh build/release/packages
 
 test: release sanitize fuzz
 	ctest --preset release

@@ -1,9 +1,9 @@
 # The two entry points: `make demo` plays the simulator's demo, `make test` runs every test
 # on the release build and then on the sanitizer build, the demo and the examples under valgrind,
-# then a short run of the fuzzers. Both install what is missing first. `make fuzz-long` and
-# `make random-long` are the long checks.
+# a short run of the fuzzers, then installs, uses and purges the Debian packages. Both install
+# what is missing first. `make fuzz-long` and `make random-long` are the long checks.
 .PHONY: demo test bench setup release sanitize debug fuzz fuzz-smoke fuzz-long valgrind clean \
-        random-long
+        random-long package package-check package-lint
 
 setup:
 	@./scripts/setup.sh
@@ -42,11 +42,25 @@ demo: release
 bench: release
 	python3 bench/figures.py build/release/bin
 
-test: release sanitize fuzz
+# The Debian packages, from the release build, into build/release/packages/.
+package: release
+	rm -rf build/release/packages
+	cd build/release && cpack
+
+# Installs the packages, plays the demo and builds a consumer with them, purges them again.
+package-check: package
+	./scripts/package-check.sh build/release/packages
+
+# lintian on the packages (installed first when missing): an error fails.
+package-lint: package
+	./scripts/package-lint.sh build/release/packages
+
+test: release sanitize fuzz package
 	ctest --preset release
 	ctest --preset sanitize
 	./scripts/valgrind-examples.sh
 	./scripts/fuzz.sh smoke
+	./scripts/package-check.sh build/release/packages
 
 # Long random histories on the release build: HISTORIES histories of STEPS steps, seeds from SEED.
 SEED ?= 1000

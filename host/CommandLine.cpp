@@ -13,6 +13,7 @@
 
 #include "Kiv/Trace.h"
 #include "Nimbal/MmuCpuQ.h"
+#include "NimbalVersion.h"
 
 namespace NimbalHost {
 
@@ -187,6 +188,8 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOption
        ->excludes(plot);
    app.add_flag("--print-demo", options.printDemo,
                 "write the built-in demo scenario as JSON and end");
+   app.set_version_flag("--version", "nimbal-copp-sim " NIMBAL_VERSION,
+                        "print the version and end");
    app.footer(helpFooter());
    try {
       app.parse(argc, argv);
@@ -195,7 +198,7 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOption
          throw CLI::ValidationError("--preflight",
                                     "writes its report as text; --format json is for the run");
       }
-   } catch (CLI::CallForHelp const& e) {
+   } catch (CLI::Success const& e) {  // --help or --version
       app.exit(e, out, err);
       return 0;
    } catch (CLI::ParseError const& e) {

@@ -23,10 +23,8 @@ if(NOT rc EQUAL 0)
   message(FATAL_ERROR "pkg-config does not know nimbal-qos")
 endif()
 separate_arguments(flags UNIX_COMMAND "${flags}")
-file(WRITE ${PREFIX}/consumer.cpp
-     "#include \"NimbalQos/NimbalQosSharedHelper.h\"\nint main() { return &Nimbal::getQosAclHelper != nullptr ? 0 : 1; }\n")
-execute_process(COMMAND ${CXX} ${flags} -fsyntax-only ${PREFIX}/consumer.cpp RESULT_VARIABLE rc
-                ERROR_VARIABLE err)
+execute_process(COMMAND ${CXX} ${flags} -fsyntax-only ${CMAKE_CURRENT_LIST_DIR}/consumer/consumer.cpp
+                RESULT_VARIABLE rc ERROR_VARIABLE err)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "a consumer does not compile against the installed headers:\n${err}")
 endif()

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "NimbalVersion.h"
 #include "host/CommandLine.h"
 
 namespace {
@@ -68,6 +69,14 @@ TEST(SimCommandLine, BadTraceIsAUsageError) {
    Parsed const p = parse({"--trace", "NimbalQosSm"});
    EXPECT_EQ(p.exit, NimbalHost::usageExitCode);
    EXPECT_NE(p.err.find("\"NimbalQosSm\" is not NAME:LEVEL"), std::string::npos) << p.err;
+}
+
+TEST(SimCommandLine, VersionPrintsTheVersionAndEndsWithZero) {
+   Parsed const p = parse({"--version", "examples/basic.json"});
+   EXPECT_EQ(p.exit, 0);
+   EXPECT_EQ(p.out, "nimbal-copp-sim " NIMBAL_VERSION "\n");
+   EXPECT_EQ(p.err, "");
+   EXPECT_NE(parse({"--help"}).out.find("--version"), std::string::npos);
 }
 
 TEST(SimCommandLine, UnknownOptionIsAUsageError) {

@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 
 #include "unit/SimProgram.h"
 
+#include "NimbalVersion.h"
 #include "host/scenario/Demo.h"
 #include "host/scenario/Scenario.h"
 
@@ -31,6 +33,17 @@ TEST(SimProgram, HelpEndsWithZero) {
    EXPECT_TRUE(r.exited);
    EXPECT_EQ(r.code, 0);
    EXPECT_NE(r.out.find("Usage: nimbal-copp-sim [OPTIONS] [SCENARIO.json]"), std::string::npos);
+}
+
+TEST(SimProgram, VersionPrintsTheProjectVersionAndEndsWithZero) {
+   ProgramRun const r = run("--version");
+   EXPECT_TRUE(r.exited);
+   EXPECT_EQ(r.code, 0);
+   EXPECT_EQ(r.out, "nimbal-copp-sim " NIMBAL_VERSION "\n");
+   EXPECT_EQ(r.err, "");
+   EXPECT_TRUE(
+       std::regex_match(std::string(NIMBAL_VERSION), std::regex("[0-9]+\\.[0-9]+\\.[0-9]+")))
+       << NIMBAL_VERSION;
 }
 
 TEST(SimProgram, UnreadableScenarioEndsWithOneAndOneLine) {

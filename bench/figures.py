@@ -107,6 +107,12 @@ def main():
          f"x{full['seconds'] / few['seconds']:.2f} (target <= 1.5)",
          full["seconds"] / few["seconds"] <= 1.5)
     growth("B8 packet", "B8_Packet/256", "B8_Packet/1024")
+    # B10b
+    short, room = r["B10b_TrafficStep/20/100000"], r["B10b_TrafficStep/0/100000"]
+    ratio = short["seconds"] / room["seconds"]
+    line(f"B10b traffic step of {short['packets']:,.0f} packets, 32 ports, egress meter pool at 20 "
+         f"({short['waiting']:,.0f} keys waiting): {ms(short['seconds'])}, with room "
+         f"{ms(room['seconds'])}, ratio {ratio:.2f} (target <= 2)", ratio <= 2)
     # The paths the earlier benchmarks follow.
     for big, small, what in (("BM_PortQueueCreateDestroy/1000", "BM_PortQueueCreateDestroy/8",
                               "port-queue create and destroy, 1,000 entries against 8"),

@@ -29,6 +29,9 @@ std::vector<std::string> const dynamicClasses = {
 // Rates and bursts, with the edges of U32.
 std::vector<long long> const rates = {0,    1,    2,      10,         100,        300,
                                       1000, 5000, 100000, 2147483647, 4294967295, 42949673};
+// Class rates stop at the highest one a scenario may police: twice it must fit in 32 bits.
+std::vector<long long> const classRates = {0,    1,    2,      10,         100,        300,
+                                           1000, 5000, 100000, 2147483646, 2147483647, 42949673};
 std::vector<int> const pool = {0, 1, 2, 3, 5, 10, 20, 50, 100, 1000};
 std::vector<double> const advances = {0, 0.001, 0.25, 1, 30, 59.999, 60, 61, 120, 3600};
 std::vector<int> const pps = {1, 10, 100, 500, 1000, 5000, 100000};
@@ -213,7 +216,7 @@ class Decoder {
             return {{"police",
                      {{"interface", intf.name},
                       {"class", cls},
-                      {"cir", in_.pick(rates)},
+                      {"cir", in_.pick(classRates)},
                       {"bc", in_.pick(rates)}}}};
          }
          case 2: {

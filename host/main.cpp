@@ -44,6 +44,9 @@ int main(int argc, char** argv) {
       return 1;
    }
    if (options.preflight) {
+      if (!options.trace.empty()) {
+         Kiv::traceConfigIs(options.trace);
+      }
       NimbalHost::Preflight const p = NimbalHost::preflight(scenario);
       std::fputs(p.text.c_str(), stdout);
       return p.fits ? 0 : NimbalHost::preflightShortExitCode;

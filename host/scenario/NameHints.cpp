@@ -29,6 +29,10 @@ std::size_t editDistance(std::string const& a, std::string const& b) {
 std::optional<std::string> closestName(std::string const& name,
                                        std::vector<std::string> const& names,
                                        std::size_t maxDistance) {
+   // A known name is no slip.
+   if (std::find(names.begin(), names.end(), name) != names.end()) {
+      return std::nullopt;
+   }
    std::optional<std::string> best;
    std::size_t bestDistance = maxDistance + 1;
    for (std::string const& candidate : names) {

@@ -12,8 +12,8 @@ namespace NimbalHost {
 // Edits (insert, delete, replace, swap of neighbours) that turn `a` into `b`.
 std::size_t editDistance(std::string const& a, std::string const& b);
 
-// The first of `names` closest to `name`, when at most `maxDistance` edits away and not `name`
-// itself.
+// The first of `names` closest to `name`, when at most `maxDistance` edits away; none when
+// `names` holds `name` itself.
 std::optional<std::string> closestName(std::string const& name,
                                        std::vector<std::string> const& names,
                                        std::size_t maxDistance = 2);

@@ -66,10 +66,18 @@ std::string played(Bytes const& bytes) {
    return text;
 }
 
+// The last line that is not indented: the end line comes before the summary under it.
 std::string lastLine(std::string const& text) {
-   std::size_t const end = text.empty() ? 0 : text.size() - 1;
-   std::size_t const start = text.rfind('\n', end == 0 ? 0 : end - 1);
-   return text.substr(start == std::string::npos ? 0 : start + 1, end - (start + 1));
+   std::size_t end = text.empty() ? 0 : text.size() - 1;
+   for (;;) {
+      std::size_t const start = text.rfind('\n', end == 0 ? 0 : end - 1);
+      std::size_t const from = start == std::string::npos ? 0 : start + 1;
+      std::string line = text.substr(from, end - from);
+      if (line.rfind("  ", 0) != 0 || from == 0) {
+         return line;
+      }
+      end = start;
+   }
 }
 
 TEST(LoaderFuzzTarget, LoadsEveryExampleAndRefusesEveryInvalidScenario) {

@@ -13,6 +13,7 @@
 #include "host/scenario/Demo.h"
 #include "host/scenario/Scenario.h"
 #include "host/scenario/StepText.h"
+#include "host/transcript/KeyRanges.h"
 #include "host/transcript/SvgPlot.h"
 #include "host/transcript/TextTranscript.h"
 
@@ -150,6 +151,10 @@ std::string text(Json const& e, NimbalHost::Scenario const& scenario) {
       line("  " + s("interface") + " " + s("class") + " on " + queueText(e) + ", " +
            s("queueKind") + ": " + n(e.at("cir")) + " pps, burst " + n(e.at("bc")) + " packets" +
            (e.at("rateChanged") == true ? " (rate changed)" : ""));
+   } else if (kind == "classNameNote") {
+      line("  note: " + s("class") +
+           " has no static CPU queue, so it is a user class on a dynamic queue and " +
+           s("systemClass") + " stays as it was; did you mean " + s("systemClass") + "?");
    } else if (kind == "classNotProgrammed") {
       line("  " + s("interface") + " " + s("class") +
            ": no dynamic CPU queue is free; the class is not programmed");
@@ -177,6 +182,11 @@ std::string text(Json const& e, NimbalHost::Scenario const& scenario) {
    } else if (kind == "tunnelTraffic") {
       line("  tunnel traffic of " + s("interface") + " reaches the CPU from " +
            s("recircInterface") + " with inner VLAN " + n(e.at("innerVlan")));
+   } else if (kind == "trafficEmpty") {
+      char seconds[48];
+      std::snprintf(seconds, sizeof seconds, "%g", e.at("seconds").get<double>());
+      line("  note: " + n(e.at("pps")) + " pps for " + seconds +
+           " s is less than one packet: " + s("interface") + " sent nothing");
    } else if (kind == "traffic") {
       EXPECT_EQ(e.at("offered").get<U64>(),
                 e.at("allowed").get<U64>() + e.at("dropped").get<U64>());
@@ -197,6 +207,11 @@ std::string text(Json const& e, NimbalHost::Scenario const& scenario) {
          line("verify: " + d.get<std::string>());
       }
       line("verify: " + std::to_string(e.at("differences").size()) + " differences");
+      if (e.at("keysNotInHardware") != 0) {
+         line("  not verified: " +
+              counted(e.at("keysNotInHardware").get<std::size_t>(), "configured kernel CoPP key") +
+              " not in hardware (waiting for resources)");
+      }
    } else if (kind == "set") {
       line("  " + s("attribute") + " = " + s("value"));
    } else if (kind == "resources") {
@@ -231,10 +246,28 @@ std::string text(Json const& e, NimbalHost::Scenario const& scenario) {
            std::to_string(e.at("ignored").get<U64>()) + " ignored");
    } else if (kind == "log") {
       line("log: " + s("key") + ": " + s("text"));
+      static char const* const names[] = {"emergency", "alert",  "critical",      "error",
+                                          "warning",   "notice", "informational", "debug"};
+      EXPECT_EQ(e.at("severityName"), names[e.at("severity").get<int>()]);
    } else if (kind == "end") {
       line("end at " + NimbalHost::timeText(e.at("time").get<double>()) +
            " s: " + counted(e.at("kernelKeysProgrammed").get<std::size_t>(), "kernel CoPP key") +
            " programmed");
+      auto keys = [&](char const* what) {
+         std::vector<NimbalHost::KeyName> names;
+         for (Json const& k : e.at(what)) {
+            names.push_back({k.at("interface").get<std::string>(), k.at("queue").get<U32>(),
+                             k.value("queueName", "")});
+         }
+         return counted(names.size(), "key") + ", " +
+                NimbalHost::keyRangesText(names, scenario.sw.interfaceNames());
+      };
+      if (!e.at("waiting").empty()) {
+         line("  unpoliced, waiting for hardware: " + keys("waiting"));
+      }
+      if (!e.at("vxlanWithoutEntry").empty()) {
+         line("  without a VXLAN CoPP entry: " + keys("vxlanWithoutEntry"));
+      }
    } else {
       ADD_FAILURE() << "unknown event " << e.dump();
    }

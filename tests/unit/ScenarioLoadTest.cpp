@@ -179,7 +179,45 @@ TEST(ScenarioLoad, UnknownInterfaceIsNamed) {
    EXPECT_EQ(rejection(withSteps(
                  R"({"police": {"interface": "Ethernet9", "class": "copp-system-bgp", "cir": 1,
                     "bc": 1}})")),
-             "s.json: step 1 (police): key \"interface\": unknown interface \"Ethernet9\"");
+             "s.json: step 1 (police): key \"interface\": unknown interface \"Ethernet9\"; the "
+             "switch has Ethernet1-Ethernet8");
+}
+
+TEST(ScenarioLoad, UnknownInterfaceOfAnUnknownPrefixNamesTheClosest) {
+   EXPECT_EQ(rejection(withSteps(R"({"poll": {"interface": "Etherent3", "class": "x"}})")),
+             "s.json: step 1 (poll): key \"interface\": unknown interface \"Etherent3\"; the "
+             "switch has Ethernet1-Ethernet8; the closest is \"Ethernet3\"");
+}
+
+TEST(ScenarioLoad, UnknownInterfaceOfALongListIsCutShort) {
+   std::string interfaces;
+   for (int i = 1; i <= 60; i += 2) {
+      interfaces += std::string(interfaces.empty() ? "" : ", ") + R"({"name": "Ethernet)" +
+                    std::to_string(i) + R"(", "modId": 0, "port": )" + std::to_string(i) + "}";
+   }
+   std::string const line =
+       rejection(withSteps(R"({"advance": 1}, {"clear": {"interface": "Ethernet2"}})",
+                           R"({"interfaces": [)" + interfaces + "]}"));
+   EXPECT_EQ(line.rfind("s.json: step 2 (clear): key \"interface\": unknown interface "
+                        "\"Ethernet2\"; the switch has Ethernet1, Ethernet3, ",
+                        0),
+             0u)
+       << line;
+   EXPECT_EQ(line.substr(line.size() - 5), ", ...") << line;
+   EXPECT_LT(line.size(), 300u);
+}
+
+TEST(ScenarioLoad, ClassRateWhoseDoubleDoesNotFitIn32BitsIsRefused) {
+   auto police = [](std::string const& cir) {
+      return withSteps(R"({"police": {"interface": "Ethernet1", "class": "copp-system-bgp",
+                          "cir": )" +
+                       cir + R"(, "bc": 30}})");
+   };
+   EXPECT_EQ(rejection(police("2147483647")), "");
+   EXPECT_EQ(rejection(police("2147483648")),
+             "s.json: step 1 (police): key \"cir\": 2147483648 pps is more than 2147483647, the "
+             "highest class rate: the port's default policer meters twice the class rate in 32 "
+             "bits");
 }
 
 TEST(ScenarioLoad, UnpoliceOfAClassNeverPolicedIsAnUnknownClass) {

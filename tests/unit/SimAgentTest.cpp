@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -411,6 +412,131 @@ TEST_F(SimAgentTest, KernelKeysThatRanOutAreRetriedWhenTheClockAdvances) {
    EXPECT_TRUE(agent().kernelCopp().failed().empty());
    EXPECT_EQ(agent().kernelCopp().programmed().size(), 8u * 39u);
    EXPECT_TRUE(hasLine("  kernel CoPP: every key is programmed"));
+}
+
+TEST_F(SimAgentTest, WaitingKeysAreTriedOnceAtTheEndOfATrafficStepNotPerPacket) {
+   start(R"({"traffic": {"interface": "Ethernet1", "queue": 6, "pps": 100, "seconds": 1}},
+            {"advance": 1})",
+         R"({"resources": {"efpCoppMeters": 300}})");
+   std::size_t const waiting = agent().kernelCopp().failed().size();
+   ASSERT_GT(waiting, 0u);
+   Shim::Sdk& sdk = agent().sw().sdk();
+   sdk.journalLimitIs(1000000);
+   // Every retry of a waiting key creates a meter, which the full pool refuses.
+   auto meterCreates = [&] { return sdk.journalTexts("bcm_policer_create").size(); };
+   sdk.journalDelAll();
+   agent().step(scenario_.steps[0]);
+   EXPECT_EQ(meterCreates(), waiting);
+   EXPECT_EQ(agent().kernelCopp().failed().size(), waiting);
+   sdk.journalDelAll();
+   agent().step(scenario_.steps[1]);
+   EXPECT_EQ(meterCreates(), waiting);
+}
+
+TEST_F(SimAgentTest, KeyThatFindsRoomDuringATrafficStepIsProgrammedAtItsEnd) {
+   start(R"({"resources": {"efpCoppEntries": 400}},
+            {"traffic": {"interface": "Ethernet1", "queue": 6, "pps": 10, "seconds": 1}})",
+         R"({"resources": {"efpCoppEntries": 300}})");
+   agent().step(scenario_.steps[0]);
+   EXPECT_FALSE(agent().kernelCopp().failed().empty());
+   agent().step(scenario_.steps[1]);
+   EXPECT_TRUE(agent().kernelCopp().failed().empty());
+}
+
+TEST_F(SimAgentTest, MisspelledSystemClassGetsANoteAndStillRuns) {
+   start(R"({"police": {"interface": "Ethernet1", "class": "copp-sytem-bgp", "cir": 300,
+                        "bc": 30}},
+            {"police": {"interface": "Ethernet1", "class": "copp-user-telemetry", "cir": 300,
+                        "bc": 30}},
+            {"police": {"interface": "Ethernet1", "class": "copp-system-bgp", "cir": 300,
+                        "bc": 30}})");
+   play();
+   std::string const note =
+       "  note: copp-sytem-bgp has no static CPU queue, so it is a user class on a dynamic "
+       "queue and copp-system-bgp stays as it was; did you mean copp-system-bgp?";
+   EXPECT_TRUE(hasLine(note)) << output();
+   std::size_t notes = 0;
+   for (auto const& l : lines()) {
+      notes += l.rfind("  note: ", 0) == 0 ? 1 : 0;
+   }
+   EXPECT_EQ(notes, 1u) << output();
+}
+
+TEST_F(SimAgentTest, TrafficOfLessThanOnePacketSaysSo) {
+   start(R"({"traffic": {"interface": "Ethernet1", "queue": 6, "pps": 1, "seconds": 0.5}},
+            {"traffic": {"interface": "Ethernet1", "queue": 6, "pps": 2, "seconds": 0.5}})");
+   play();
+   EXPECT_TRUE(hasLine("  note: 1 pps for 0.5 s is less than one packet: Ethernet1 sent nothing"))
+       << output();
+   EXPECT_TRUE(hasLine("traffic Ethernet1 queue 6: offered 0 allowed 0 dropped 0"));
+   EXPECT_FALSE(hasLine("  note: 2 pps for 0.5 s is less than one packet: Ethernet1 sent nothing"));
+}
+
+TEST_F(SimAgentTest, VerifyCountsTheConfiguredKeysNotInHardware) {
+   start(R"({"verify": {}}, {"resources": {"efpCoppEntries": 400}}, {"advance": 1},
+            {"verify": {}})",
+         R"({"resources": {"efpCoppEntries": 300}})");
+   std::size_t const waiting = agent().kernelCopp().failed().size();
+   ASSERT_EQ(waiting, 8u * 39u - 300u);
+   agent().step(scenario_.steps[0]);
+   std::string const line = "  not verified: " + std::to_string(waiting) +
+                            " configured kernel CoPP keys not in hardware (waiting for resources)";
+   EXPECT_TRUE(hasLine(line)) << output();
+   std::size_t const before = lines().size();
+   for (std::size_t i = 1; i < scenario_.steps.size(); ++i) {
+      agent().step(scenario_.steps[i]);
+   }
+   std::vector<std::string> const l = lines();
+   for (std::size_t i = before; i < l.size(); ++i) {
+      EXPECT_EQ(l[i].find("not verified"), std::string::npos) << l[i];
+   }
+}
+
+TEST_F(SimAgentTest, EndNamesTheKeysThatStayUnpoliced) {
+   start(R"({"advance": 1})", R"({"resources": {"efpCoppEntries": 300}})");
+   play();
+   std::set<std::string> interfaces;
+   std::set<U32> queues;
+   for (auto const& key : agent().kernelCopp().failed()) {
+      interfaces.insert(agent().sw().intf(NimbalTypes::NimbalPort(
+          static_cast<U16>(key.modId()), 0, static_cast<U16>(key.port()))).stringValue());
+      queues.insert(key.queue());
+   }
+   // The last keys in key order wait: a run of queues of the last interface.
+   ASSERT_EQ(interfaces, std::set<std::string>{"Ethernet8"});
+   ASSERT_EQ(queues.size(), 12u);
+   std::vector<std::string> const l = lines();
+   ASSERT_GE(l.size(), 2u);
+   EXPECT_EQ(l[l.size() - 2].rfind("end at 1.000 s: 300 kernel CoPP keys programmed", 0), 0u);
+   EXPECT_EQ(l.back(), "  unpoliced, waiting for hardware: 12 keys, Ethernet8 queues " +
+                           std::to_string(*queues.begin()) + "-" +
+                           std::to_string(*queues.rbegin()) + " (" +
+                           agent().sw().mmuSm()->cpuQColl()->cpuQ(*queues.begin())->name() +
+                           "-" +
+                           agent().sw().mmuSm()->cpuQColl()->cpuQ(*queues.rbegin())->name() +
+                           ")")
+       << output();
+}
+
+TEST_F(SimAgentTest, EndNamesTheKeysWithoutAVxlanEntry) {
+   start(R"({"recirc": {"interface": "Ethernet8", "enabled": true}}, {"vxlan": true})",
+         R"({"vxlanWorkaround": true, "resources": {"efpDefaultMeters": 326}})");
+   play();
+   std::size_t missing = 0;
+   for (auto const& key : agent().sw().helper()->kernelDynamicCoppDataCol().keys()) {
+      missing += agent().sw().helper()->kernelDynamicCoppVxlanDataHas(key) ? 0 : 1;
+   }
+   ASSERT_GT(missing, 0u);
+   std::string const last = lines().back();
+   EXPECT_EQ(last.rfind("  without a VXLAN CoPP entry: " + std::to_string(missing) + " keys, ", 0),
+             0u)
+       << output();
+}
+
+TEST_F(SimAgentTest, EndSaysNothingMoreWhenEverythingIsPoliced) {
+   start(R"({"advance": 1})");
+   play();
+   EXPECT_EQ(lines().back().rfind("end at 1.000 s: ", 0), 0u);
 }
 
 TEST_F(SimAgentTest, ClearSnapshotsTheProgrammedKeysThatMatch) {

@@ -106,6 +106,41 @@ TEST(SimProgram, BadTraceIsAUsageError) {
    EXPECT_EQ(r.out, "");
 }
 
+TEST(SimProgram, UnknownTraceHandleIsAUsageErrorNamingTheKnownOnes) {
+   ProgramRun const r = run("--trace NimbalQosSm:4,NimbalSm:4 examples/basic.json");
+   EXPECT_EQ(r.code, 2);
+   EXPECT_EQ(r.out, "");
+   EXPECT_EQ(r.err.rfind("nimbal-copp-sim: --trace names an unknown trace handle: \"NimbalSm\"; "
+                         "the handles are ",
+                         0),
+             0u)
+       << r.err;
+   // The handles the library makes on first use are known before anything is played.
+   EXPECT_NE(r.err.find("ApiNimbal"), std::string::npos) << r.err;
+   EXPECT_NE(r.err.find("NimbalQosSm"), std::string::npos) << r.err;
+}
+
+TEST(SimProgram, TraceOfTheSdkHandleIsAccepted) {
+   std::string const path = scenarioFile("sim-program-trace-api.json", R"({"steps": []})");
+   ProgramRun const r = run("--trace ApiNimbal:4 '" + path + "'");
+   EXPECT_EQ(r.code, 0) << r.err;
+   EXPECT_NE(r.err.find("ApiNimbal[4] "), std::string::npos) << r.err;
+}
+
+TEST(SimProgram, PlotOfAnAgentThatStopsLeavesNoFile) {
+   std::string const svg = ::testing::TempDir() + "sim-program-plot-stop.svg";
+   std::remove(svg.c_str());
+   ProgramRun const r = run("--plot '" + svg + "' tests/scenarios/abort/fatal-sdk-error.json");
+   EXPECT_FALSE(r.exited && r.code == 0);
+   EXPECT_FALSE(std::filesystem::exists(svg));
+   std::error_code ec;
+   for (auto const& entry : std::filesystem::directory_iterator(::testing::TempDir(), ec)) {
+      EXPECT_EQ(entry.path().filename().string().rfind("sim-program-plot-stop.svg", 0),
+                std::string::npos)
+          << entry.path();
+   }
+}
+
 TEST(SimProgram, ToggleFileChoosesTheTcamAgentVariant) {
    std::string const on =
        scenarioFile("sim-program-toggle.json",

@@ -7,9 +7,10 @@
 #
 # Targets: loader (bytes as a scenario file), steps (bytes decoded into a switch and valid
 # steps, played by the simulated agent) and capture (bytes as a pcap or pcapng file, replayed).
-# Committed inputs live in fuzz/corpus/TARGET (seeds) and fuzz/regressions/TARGET (inputs that once found a bug); the loader also starts from every
-# example, the demo and the invalid and aborting scenarios. New inputs go to
-# build/fuzz/corpus/TARGET, crashes and hangs to build/fuzz/artifacts/TARGET/.
+# Committed inputs live in fuzz/corpus/TARGET (seeds) and fuzz/regressions/TARGET (inputs that
+# once found a bug); the loader also starts from every example, the demo and the invalid and
+# aborting scenarios. New inputs go to build/fuzz/corpus/TARGET, crashes and hangs to
+# build/fuzz/artifacts/TARGET/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,25 +20,28 @@ namespace NimbalFuzz {
 namespace {
 
 // The filters of the example that compile for the capture's link type: "ether" filters do not
-// on a raw IP capture, and the fuzzer should still reach the classifier there.
-std::vector<std::string> filtersFor(NimbalHost::CaptureReader const& capture) {
+// on a raw IP capture, and the fuzzer should still reach the classifier there. Compiling is the
+// slow part of an input, so each link type is tried once.
+std::vector<std::string> const& filtersFor(NimbalHost::CaptureReader const& capture) {
    static char const* const candidates[] = {
        "tcp port 179", "ether proto 0x8809",         "ether proto 0x88cc",
        "arp",          "udp port 67 or udp port 68", "vlan and tcp"};
-   std::vector<std::string> out;
-   pcap_t* dead = pcap_open_dead(capture.linkType(), capture.snapLength());
-   if (!dead) {
-      return out;
-   }
-   for (char const* f : candidates) {
-      bpf_program p{};
-      if (pcap_compile(dead, &p, f, 1, PCAP_NETMASK_UNKNOWN) == 0) {
-         pcap_freecode(&p);
-         out.emplace_back(f);
+   static std::map<int, std::vector<std::string>> known;
+   auto [it, fresh] = known.try_emplace(capture.linkType());
+   if (fresh) {
+      pcap_t* dead = pcap_open_dead(capture.linkType(), 65535);
+      for (char const* f : candidates) {
+         bpf_program p{};
+         if (dead && pcap_compile(dead, &p, f, 1, PCAP_NETMASK_UNKNOWN) == 0) {
+            pcap_freecode(&p);
+            it->second.emplace_back(f);
+         }
+      }
+      if (dead) {
+         pcap_close(dead);
       }
    }
-   pcap_close(dead);
-   return out;
+   return it->second;
 }
 
 }  // namespace

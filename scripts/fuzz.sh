@@ -57,9 +57,9 @@ for t in "${targets[@]}"; do
     options+=(-max_len=512)
   fi
   # Capture bytes reach little code: a short smoke covers it, and the smoke budget is tight.
-  time=$seconds
+  budget=$seconds
   if [ "$mode" = smoke ] && [ "$t" = capture ]; then
-    time=10
+    budget=10
   fi
 
   # Every input that once found a bug runs on its own first.
@@ -74,14 +74,14 @@ for t in "${targets[@]}"; do
     fi
   fi
 
-  echo "fuzz $t: $time s"
+  echo "fuzz $t: $budget s"
   log=$work/$t-$mode.log
   dirs=("$work/corpus/$t" "fuzz/corpus/$t" "fuzz/regressions/$t" "${extra[@]}")
   existing=()
   for d in "${dirs[@]}"; do
     [ -d "$d" ] && existing+=("$d")
   done
-  if "$fuzzer" "${options[@]}" "-max_total_time=$time" "${existing[@]}" > "$log" 2>&1; then
+  if "$fuzzer" "${options[@]}" "-max_total_time=$budget" "${existing[@]}" > "$log" 2>&1; then
     passed=$((passed + 1))
     grep -E '^(#[0-9]+ +DONE|stat::number_of_executed_units|stat::average_exec_per_sec)' "$log" |
       sed "s/^/fuzz $t: /" || true

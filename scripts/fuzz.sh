@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # Runs the libFuzzer targets of the fuzz preset (build it first: make fuzz).
 #
-#   scripts/fuzz.sh smoke            every regression input once, then 20 s per target (CI)
+#   scripts/fuzz.sh smoke            every regression input once, then 20 s per target (CI;
+#                                    10 s for capture)
 #   scripts/fuzz.sh long [SECONDS]   SECONDS per target (default 3600), corpus kept in build/fuzz
 #
-# Targets: loader (bytes as a scenario file) and steps (bytes decoded into a switch and valid
-# steps, played by the simulated agent). Committed inputs live in fuzz/corpus/TARGET (seeds) and
-# fuzz/regressions/TARGET (inputs that once found a bug); the loader also starts from every
-# example, the demo and the invalid and aborting scenarios. New inputs go to
-# build/fuzz/corpus/TARGET, crashes and hangs to build/fuzz/artifacts/TARGET/.
+# Targets: loader (bytes as a scenario file), steps (bytes decoded into a switch and valid
+# steps, played by the simulated agent) and capture (bytes as a pcap or pcapng file, replayed).
+# Committed inputs live in fuzz/corpus/TARGET (seeds) and fuzz/regressions/TARGET (inputs that
+# once found a bug); the loader also starts from every example, the demo and the invalid and
+# aborting scenarios. New inputs go to build/fuzz/corpus/TARGET, crashes and hangs to
+# build/fuzz/artifacts/TARGET/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -20,7 +22,8 @@ case "$mode" in
 esac
 
 bin=build/fuzz/bin
-for t in loader steps; do
+targets=(loader steps capture)
+for t in "${targets[@]}"; do
   if [ ! -x "$bin/nimbal-fuzz-$t" ]; then
     echo "scripts/fuzz.sh: $bin/nimbal-fuzz-$t is missing; build it with: make fuzz" >&2
     exit 2
@@ -39,7 +42,7 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
 failed=0
 passed=0
-for t in loader steps; do
+for t in "${targets[@]}"; do
   fuzzer=$bin/nimbal-fuzz-$t
   artifacts=$work/artifacts/$t
   mkdir -p "$work/corpus/$t" "$artifacts"
@@ -48,8 +51,15 @@ for t in loader steps; do
   if [ "$t" = loader ]; then
     options+=(-max_len=8192 -dict=fuzz/loader.dict)
     extra=("$seeds")
+  elif [ "$t" = capture ]; then
+    options+=(-max_len=4096)
   else
     options+=(-max_len=512)
+  fi
+  # Capture bytes reach little code: a short smoke covers it, and the smoke budget is tight.
+  budget=$seconds
+  if [ "$mode" = smoke ] && [ "$t" = capture ]; then
+    budget=10
   fi
 
   # Every input that once found a bug runs on its own first.
@@ -64,14 +74,14 @@ for t in loader steps; do
     fi
   fi
 
-  echo "fuzz $t: $seconds s"
+  echo "fuzz $t: $budget s"
   log=$work/$t-$mode.log
   dirs=("$work/corpus/$t" "fuzz/corpus/$t" "fuzz/regressions/$t" "${extra[@]}")
   existing=()
   for d in "${dirs[@]}"; do
     [ -d "$d" ] && existing+=("$d")
   done
-  if "$fuzzer" "${options[@]}" -max_total_time="$seconds" "${existing[@]}" > "$log" 2>&1; then
+  if "$fuzzer" "${options[@]}" "-max_total_time=$budget" "${existing[@]}" > "$log" 2>&1; then
     passed=$((passed + 1))
     grep -E '^(#[0-9]+ +DONE|stat::number_of_executed_units|stat::average_exec_per_sec)' "$log" |
       sed "s/^/fuzz $t: /" || true

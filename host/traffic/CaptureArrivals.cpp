@@ -43,12 +43,17 @@ bool CaptureArrivals::next(Arrival& out) {
          done_ = true;
          break;
       }
-      std::int64_t const ns = reader_.timeNs();
-      if (!firstNs_) {
-         firstNs_ = ns;
+      std::int64_t const sec = reader_.timeSeconds();
+      std::int64_t const nsec = reader_.timeNanoseconds();
+      if (!first_) {
+         first_.emplace(sec, nsec);
       }
-      double const t =
-          std::max(last_, start_ + static_cast<double>(ns - *firstNs_) * 1e-9 / speed_);
+      // In doubles: a pcapng file may carry times far beyond what nanoseconds in 64 bits hold,
+      // and real ones are whole seconds below 2^53, exact.
+      double const offset =
+          (static_cast<double>(sec) - static_cast<double>(first_->first)) +
+          (static_cast<double>(nsec) - static_cast<double>(first_->second)) * 1e-9;
+      double const t = std::max(last_, start_ + offset / speed_);
       if (!(t < end_)) {
          done_ = true;
          break;

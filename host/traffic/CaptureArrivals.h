@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/traffic/Arrivals.h"
@@ -55,7 +56,7 @@ class CaptureArrivals final : public ArrivalSource {
    double speed_;
    double start_;
    double end_;
-   std::optional<std::int64_t> firstNs_;
+   std::optional<std::pair<std::int64_t, std::int64_t>> first_;  // seconds, nanoseconds
    double last_;
    bool done_ = false;
    CaptureCounts counts_;

@@ -28,10 +28,10 @@ class CaptureReader {
    // The current record, valid until next() is called again.
    pcap_pkthdr const& header() const { return *header_; }
    unsigned char const* data() const { return data_; }
-   // Capture time of the current record in nanoseconds.
-   std::int64_t timeNs() const {
-      return static_cast<std::int64_t>(header_->ts.tv_sec) * 1000000000 + header_->ts.tv_usec;
-   }
+   // Capture time of the current record: whole seconds, and nanoseconds within them (as the
+   // file has them; a corrupt file may hold any value).
+   std::int64_t timeSeconds() const { return header_->ts.tv_sec; }
+   std::int64_t timeNanoseconds() const { return header_->ts.tv_usec; }
    // Records read so far; the current record's number.
    std::uint64_t records() const { return records_; }
 

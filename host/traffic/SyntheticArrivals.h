@@ -14,9 +14,10 @@
 namespace NimbalHost {
 
 // Evenly spaced. Without a jitter seed the packets fall exactly on start + i / pps; with one,
-// each is displaced inside its own slot [i, i + 1) / pps by a slowly wandering phase, so that
-// two meters fed by the flow do not lock onto the flow's period while the gaps stay close to
-// 1 / pps (a lone meter keeps its burst + rate x time arithmetic).
+// the first still comes at the start and each later one is displaced inside its own slot
+// [i, i + 1) / pps by a slowly wandering phase, so that meters fed by the flow do not lock onto
+// its period while the gaps stay close to 1 / pps (a lone meter keeps its burst + rate x time
+// arithmetic).
 struct ConstantPattern {
    std::optional<std::uint64_t> jitterSeed;
 };

@@ -9,7 +9,7 @@
 
 #include "Nimbal/MmuCpuQ.h"
 #include "fuzz/ByteReader.h"
-#include "host/preflight/CoppResourceModel.h"
+#include "fuzz/CoppResourceModel.h"
 #include "host/scenario/Scenario.h"
 
 namespace NimbalFuzz {

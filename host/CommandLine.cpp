@@ -176,14 +176,17 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOption
    std::string format = "text";
    app.add_option("--format", format,
                   "text: the transcript for a person (the default); json: the same run as JSON "
-                  "Lines, one object per event (host/transcript/transcript.schema.json)")
+                  "Lines, one object per event (host/transcript/transcript.schema.json); with "
+                  "--preflight, the switch and the preflight as JSON Lines in the same schema")
        ->type_name("text|json")
        ->check(CLI::IsMember({"text", "json"}));
    auto* check = app.add_flag("--check", options.check, "read and check the scenario, run nothing");
    app.add_flag("--preflight", options.preflight,
-                "run nothing; print the switch's hardware demand at start-up and at its peak "
-                "over the steps against its resources, and what would stay unpoliced; exit "
-                "status 3 when something would not fit")
+                "a dry run of the scenario with the library on the simulated chip, traffic "
+                "reduced to its clock advance; print the switch's hardware demand at start-up "
+                "and at its peak over the steps against its resources, what would stay "
+                "unpoliced and where the agent would stop; exit status 3 when something would "
+                "not fit")
        ->excludes(check)
        ->excludes(plot);
    app.add_flag("--print-demo", options.printDemo,
@@ -194,10 +197,6 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOption
    try {
       app.parse(argc, argv);
       options.json = format == "json";
-      if (options.preflight && options.json) {
-         throw CLI::ValidationError("--preflight",
-                                    "writes its report as text; --format json is for the run");
-      }
    } catch (CLI::Success const& e) {  // --help or --version
       app.exit(e, out, err);
       return 0;

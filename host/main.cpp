@@ -47,12 +47,21 @@ int main(int argc, char** argv) {
       if (!options.trace.empty()) {
          Kiv::traceConfigIs(options.trace);
       }
-      NimbalHost::Preflight const p = NimbalHost::preflight(scenario);
-      std::fputs(p.text.c_str(), stdout);
-      return p.fits ? 0 : NimbalHost::preflightShortExitCode;
+      try {
+         NimbalHost::Preflight const p = NimbalHost::preflight(scenario);
+         std::fputs(options.json ? p.json.c_str() : p.text.c_str(), stdout);
+         return p.fits ? 0 : NimbalHost::preflightShortExitCode;
+      } catch (NimbalHost::ScenarioError const& e) {
+         std::fprintf(stderr, "%s\n", e.what());
+         return 1;
+      }
    }
    if (options.check) {
       std::printf("%s: valid, %zu steps\n", scenario.file.c_str(), scenario.steps.size());
+      // Whether the pools suffice is for the dry run to say, not the format.
+      if (scenario.namesResources()) {
+         std::printf("run --preflight to see whether the switch has room\n");
+      }
       return 0;
    }
    // The chart is written whole at the end, so that an agent that stops leaves no file.

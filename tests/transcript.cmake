@@ -19,3 +19,12 @@ foreach(example ${NIMBAL_SCHEMA_EXAMPLES})
   nimbal_transcript_schema_test(TranscriptSchema.${name} $<TARGET_FILE:nimbal-copp-sim>
                                 examples/${name}.json)
 endforeach()
+
+# The preflight's JSON form: what fits, what does not, and an agent that would stop.
+foreach(scenario examples/basic.json examples/vxlan-exhaustion.json
+                 tests/scenarios/preflight/vxlan-more-keys-than-pool.json
+                 tests/scenarios/abort/default-policer-over-shrunk-pool.json)
+  get_filename_component(name ${scenario} NAME_WE)
+  nimbal_transcript_schema_test(TranscriptSchema.preflight.${name} --preflight
+                                $<TARGET_FILE:nimbal-copp-sim> ${scenario})
+endforeach()

@@ -165,6 +165,20 @@ struct Scenario {
    std::string description;
    ScenarioSwitch sw;
    std::vector<ScenarioStep> steps;
+
+   // Whether the switch's resources or a `resources` step size a pool.
+   bool namesResources() const {
+      SwitchResources const& r = sw.resources;
+      if (r.efpCoppEntries || r.efpCoppMeters || r.efpDefaultMeters) {
+         return true;
+      }
+      for (ScenarioStep const& s : steps) {
+         if (std::holds_alternative<step::Resources>(s.action)) {
+            return true;
+         }
+      }
+      return false;
+   }
 };
 
 // The step names, in the order the help lists them.

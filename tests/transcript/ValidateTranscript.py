@@ -3,6 +3,8 @@
     ValidateTranscript.py SCHEMA SIM [SCENARIO]   plays SCENARIO (the demo when absent) with
                                                   --format json and validates every line
     ValidateTranscript.py SCHEMA --self-check      the schema refuses events that are wrong
+    ValidateTranscript.py SCHEMA --preflight SIM SCENARIO
+                                                  the JSON form of --preflight fits the schema
 
 Run with Debian's /usr/bin/python3 and python3-jsonschema (scripts/setup.sh installs it).
 """
@@ -74,12 +76,43 @@ def self_check(check):
     print(f"the schema refuses {len(wrong)} wrong events")
 
 
+def preflight(check, sim, scenario):
+    run = subprocess.run([sim, "--preflight", "--format", "json", scenario],
+                         capture_output=True, text=True)
+    if run.returncode not in (0, 3):
+        fail(f"exit status {run.returncode}; standard error:\n{run.stderr}")
+    events = [json.loads(line) for line in run.stdout.splitlines()]
+    if [e["event"] for e in events] != ["switch", "preflight"]:
+        fail(f"not the switch and the preflight: {run.stdout}")
+    for event in events:
+        errors = list(check.iter_errors(event))
+        if errors:
+            fail(f"does not fit the schema: {errors[0].message}\n{json.dumps(event)}")
+    report = events[1]
+    if report["fits"] != (run.returncode == 0):
+        fail(f"fits is {report['fits']} with exit status {run.returncode}")
+    wrong = {
+        "fits as text": dict(report, fits="no"),
+        "an unknown pool": dict(report, pools=[dict(report["pools"][0], pool="tcam")]),
+        "a shortfall without items": dict(report, shortfalls=[
+            {"what": "kernelKey", "reason": "egressCoppEntry", "fromStep": 0, "fromTime": 0,
+             "items": []}]),
+    }
+    for what, event in wrong.items():
+        if not list(check.iter_errors(event)):
+            fail(f"a preflight with {what} passes the schema")
+    keys = sum(len(s["items"]) for s in report["shortfalls"])
+    print(f"the preflight fits the schema, {len(report['shortfalls'])} shortfalls of {keys} items")
+
+
 def main():
     if len(sys.argv) < 3:
         fail(__doc__)
     check = validator(sys.argv[1])
     if sys.argv[2] == "--self-check":
         self_check(check)
+    elif sys.argv[2] == "--preflight":
+        preflight(check, sys.argv[3], sys.argv[4])
     else:
         play(check, sys.argv[2], sys.argv[3:])
 

@@ -10,7 +10,8 @@
 
 #include "Kiv/Activity.h"
 #include "Kiv/Clock.h"
-#include "host/preflight/CoppResourceModel.h"
+#include "fuzz/CoppResourceModel.h"
+#include "host/preflight/Preflight.h"
 #include "host/scenario/Demo.h"
 #include "host/agent/SimAgent.h"
 #include "unit/TestScenarios.h"
@@ -198,6 +199,47 @@ TEST_F(CoppResourceModelTest, FollowsRandomScenarios) {
       }
    }
    EXPECT_EQ(played, 40);
+}
+
+// The model's verdict and the step in which it sees the agent stop agree with the dry run of the
+// preflight, which plays the real library: the oracle the step fuzzer trusts is the product's.
+TEST_F(CoppResourceModelTest, AgreesWithTheDryRunOnVerdictAndStop) {
+   std::vector<Scenario> scenarios = {NimbalHost::demoScenario()};
+   for (char const* dir : {"/examples", "/tests/scenarios/abort"}) {
+      for (auto const& entry :
+           std::filesystem::directory_iterator(std::string(NIMBAL_SOURCE_DIR) + dir)) {
+         if (entry.path().extension() == ".json") {
+            scenarios.push_back(NimbalHost::scenarioFromFile(entry.path().string()));
+         }
+      }
+   }
+   for (std::string const& file : NimbalTestScenarios::preflightCases()) {
+      scenarios.push_back(NimbalHost::scenarioFromFile(file));
+   }
+   int stops = 0;
+   for (Scenario const& scenario : scenarios) {
+      SCOPED_TRACE(scenario.file);
+      CoppResourceModel model(scenario, Kiv::activityClock()->now());
+      for (NimbalHost::ScenarioStep const& s : scenario.steps) {
+         model.play(s);
+      }
+      if (!model.unmodelledSteps().empty()) {
+         continue;  // an injected SDK failure is beyond the model
+      }
+      std::size_t full = 0;
+      for (CoppResourceModel::LogLine const& l : model.logs()) {
+         full += l.key == "QOS_COPP_HW_RESOURCE_FULL" ? 1 : 0;
+      }
+      bool const modelFits = model.shortfalls().empty() && full == 0 && !model.stop();
+      NimbalHost::Preflight const p = NimbalHost::preflight(scenario);
+      EXPECT_EQ(modelFits, p.fits) << p.text;
+      EXPECT_EQ(model.stop().has_value(), p.stopStep.has_value()) << p.text;
+      if (model.stop() && p.stopStep) {
+         EXPECT_EQ(model.stopStep(), *p.stopStep) << p.text;
+         ++stops;
+      }
+   }
+   EXPECT_GE(stops, 4);
 }
 
 }  // namespace

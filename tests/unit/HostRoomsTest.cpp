@@ -103,3 +103,18 @@ TEST(HostRooms, NoCircleOfIncludes) {
       }
    }
 }
+
+TEST(HostRooms, NoFileOverFiveHundredLines) {
+   for (auto const& entry : fs::recursive_directory_iterator(hostDir)) {
+      std::string const ext = entry.path().extension().string();
+      if (ext != ".h" && ext != ".cpp") {
+         continue;
+      }
+      std::ifstream in(entry.path());
+      std::size_t lines = 0;
+      for (std::string line; std::getline(in, line);) {
+         ++lines;
+      }
+      EXPECT_LE(lines, 500u) << entry.path();
+   }
+}

@@ -18,7 +18,7 @@ namespace {
 
 using NimbalHost::Preflight;
 using NimbalHost::Scenario;
-using Key = NimbalHost::CoppResourceModel::Key;
+using Key = NimbalHost::CoppKey;
 
 // What a run raised and reported, from its events.
 class RunRecord : public NimbalHost::TranscriptWriter {
@@ -125,8 +125,7 @@ TEST_F(PreflightTest, VxlanExhaustionNamesTheKeysTheRunLeavesUnpoliced) {
    EXPECT_NE(p.text.find("  step 2 (vxlan on) at 0.000 s: 2 kernel CoPP keys have no VXLAN "
                          "source-port entry (no\n    default-and-VXLAN meter left); programmed in "
                          "step 7 at 120.000 s\n"
-                         "    Ethernet6 queue 38 (CoppSystemMlag), Ethernet6 queue 39 "
-                         "(CoppSystemDefault)\n"),
+                         "    Ethernet6 queues 38-39 (CoppSystemMlag-CoppSystemDefault)\n"),
              std::string::npos)
        << p.text;
 
@@ -173,6 +172,49 @@ TEST_F(PreflightTest, ReportGivesStartUpAndPeakDemandAgainstThePools) {
          "verdict: something would not fit\n"}) {
       EXPECT_NE(p.text.find(line), std::string::npos) << line << "\n" << p.text;
    }
+}
+
+TEST_F(PreflightTest, KeyListsReadAsRangesAndJsonKeepsEveryKey) {
+   Preflight const p = NimbalHost::preflight(NimbalHost::scenarioFromFile(
+       NIMBAL_SOURCE_DIR "/tests/scenarios/preflight/vxlan-more-keys-than-pool.json"));
+   EXPECT_NE(p.text.find("    Ethernet8-Ethernet14 queues 1-16 (CoppSystemBgp-CoppSystemL2Broadcast)\n"),
+             std::string::npos)
+       << p.text;
+   EXPECT_EQ(p.text.find("Ethernet9 queue 3 "), std::string::npos) << p.text;
+   // Seven interfaces by sixteen queues: every key in the JSON form.
+   for (int port = 8; port <= 14; ++port) {
+      for (int queue = 1; queue <= 16; ++queue) {
+         std::string const item = "{\"interface\":\"Ethernet" + std::to_string(port) +
+                                  "\",\"modId\":0,\"port\":" + std::to_string(port) +
+                                  ",\"queue\":" + std::to_string(queue) + ",";
+         EXPECT_NE(p.json.find(item), std::string::npos) << item;
+      }
+   }
+}
+
+TEST_F(PreflightTest, DesignedStopIsReportedNotSuffered) {
+   Preflight const p = NimbalHost::preflight(NimbalHost::scenarioFromFile(
+       NIMBAL_SOURCE_DIR "/tests/scenarios/abort/default-policer-over-shrunk-pool.json"));
+   ASSERT_TRUE(p.stopStep);
+   EXPECT_EQ(*p.stopStep, 3);
+   EXPECT_FALSE(p.fits);
+   EXPECT_NE(p.text.find("the agent would stop at step 3: Assertion `rc != "
+                         "::Shim::sdk_->QV_BCM_E_RESOURCE() && \"Return value for installEntry is "
+                         "BCM_E_RESOURCE\"' failed.\n"),
+             std::string::npos)
+       << p.text;
+}
+
+TEST_F(PreflightTest, InjectedFailureIsPlayedAndNamesTheStepItHit) {
+   Preflight const p = NimbalHost::preflight(NimbalHost::scenarioFromFile(
+       NIMBAL_SOURCE_DIR "/tests/scenarios/abort/fatal-sdk-error.json"));
+   EXPECT_NE(p.text.find("injected: step 2 (fail bcm_field_qualify_CpuQueue -1): the next "
+                         "bcm_field_qualify_CpuQueue failed, in step 3 (police"),
+             std::string::npos)
+       << p.text;
+   EXPECT_NE(p.text.find("the agent would stop at step 3: Assertion `0' failed.\n"),
+             std::string::npos)
+       << p.text;
 }
 
 TEST_F(PreflightTest, ReportOfWhatFitsSaysSo) {

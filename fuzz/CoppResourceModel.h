@@ -5,7 +5,8 @@
 // order in which they take, and what they do when a pool is empty. Nothing is run: no chip, no
 // library. Where the library walks a hash collection, the model keeps the same kind of
 // collection with the same keys, so that it meets the keys in the same order and the same ones
-// go short.
+// go short. An oracle independent of the library, for the step fuzzer: it tells a designed stop
+// of the agent from a bug. Its agreement with the preflight's dry run is tested.
 
 #include <limits>
 #include <map>

@@ -1,4 +1,4 @@
-#include "host/preflight/CoppResourceModel.h"
+#include "fuzz/CoppResourceModel.h"
 
 #include <algorithm>
 #include <cmath>

@@ -150,6 +150,20 @@ def main():
     line(f"B10b traffic step of {short['packets']:,.0f} packets, 32 ports, egress meter pool at 20 "
          f"({short['waiting']:,.0f} keys waiting): {ms(short['seconds'])}, with room "
          f"{ms(room['seconds'])}, ratio {ratio:.2f} (target <= 2)", ratio <= 2)
+    # B9
+    def capture_run(n):
+        out = subprocess.run([os.path.join(bindir, "nimbal_bench_capture"), str(n)],
+                             capture_output=True, text=True, check=True).stdout.split()
+        return int(out[0]), float(out[1]), float(out[2]), int(out[3])
+    small, big = capture_run(100000), capture_run(1000000)
+    cost = big[1] / big[2]
+    line(f"B9 capture replay through 64 ports, 1,000,000 packets: {big[1]:.0f} ns per packet "
+         f"against {big[2]:.0f} ns on the chip's bare packet path: x{cost:.2f} (target <= 2)",
+         cost <= 2)
+    grow = big[3] / small[3]
+    line(f"B9 resident memory: {small[3] / 1024:.1f} MB at 100,000 packets, "
+         f"{big[3] / 1024:.1f} MB at 1,000,000: x{grow:.3f} (target within 5 %)",
+         abs(grow - 1) <= 0.05)
     # The paths the earlier benchmarks follow.
     for big, small, what in (("BM_PortQueueCreateDestroy/1000", "BM_PortQueueCreateDestroy/8",
                               "port-queue create and destroy, 1,000 entries against 8"),

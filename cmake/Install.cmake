@@ -31,7 +31,7 @@ if(TARGET nimbal-copp-sim)
   install(TARGETS nimbal-copp-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT simulator)
   install(FILES ${NIMBAL_SIM_MAN_PAGE} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
     COMPONENT simulator)
-  install(FILES ${CMAKE_SOURCE_DIR}/host/transcript.schema.json
+  install(FILES ${CMAKE_SOURCE_DIR}/host/transcript/transcript.schema.json
     DESTINATION ${NIMBAL_SIM_DOCDIR} COMPONENT simulator)
   install(DIRECTORY ${CMAKE_SOURCE_DIR}/examples/ DESTINATION ${NIMBAL_SIM_DOCDIR}/examples
     COMPONENT simulator FILES_MATCHING PATTERN "*.json")

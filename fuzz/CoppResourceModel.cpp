@@ -211,33 +211,33 @@ void CoppResourceModel::advanceTo(double seconds) {
 }
 
 void CoppResourceModel::traffic(step::Traffic const& s) {
-   std::optional<U32> queue = s.queue;
-   if (!queue) {
-      int const staticQ = scenario_.sw.staticQueue(s.cmapName);
-      if (staticQ >= 0) {
-         queue = static_cast<U32>(staticQ);
+   // The clock moves by the step's time when any flow has somewhere to go; the waiting keys
+   // are tried once, at the end.
+   bool sends = false;
+   for (step::Flow const& f : s.flowList()) {
+      if (f.capture) {
+         sends = true;
+         continue;
       }
-      for (auto const& [id, p] : policed_) {
-         if (!queue && id.second == s.cmapName && p.queue) {
-            queue = p.queue;
+      std::optional<U32> queue = f.queue;
+      if (!queue) {
+         int const staticQ = scenario_.sw.staticQueue(f.cmapName);
+         if (staticQ >= 0) {
+            queue = static_cast<U32>(staticQ);
+         }
+         for (auto const& [id, p] : policed_) {
+            if (!queue && id.second == f.cmapName && p.queue) {
+               queue = p.queue;
+            }
          }
       }
+      if (queue && !(f.vxlan && scenario_.sw.vxlanWorkaround && recirc_.empty())) {
+         sends = true;
+      }
    }
-   if (!queue) {
-      return;  // nothing is sent and the clock stays
+   if (sends) {
+      advanceTo(now() + s.seconds);
    }
-   if (s.vxlan && scenario_.sw.vxlanWorkaround && recirc_.empty()) {
-      return;
-   }
-   // The packets go evenly spaced and the clock moves with each; only a timer or a pool that
-   // changed can make a difference between two of them.
-   double const t0 = now();
-   auto const packets =
-       static_cast<std::size_t>(std::floor(static_cast<double>(s.pps) * s.seconds + 1e-9));
-   for (std::size_t i = 0; i < packets && !stop_; ++i) {
-      advanceTo(t0 + static_cast<double>(i) / s.pps);
-   }
-   advanceTo(t0 + s.seconds);
 }
 
 void CoppResourceModel::police(step::Police const& s) {

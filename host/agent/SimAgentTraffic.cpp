@@ -107,10 +107,11 @@ std::optional<SimAgent::TrafficRoute> SimAgent::trafficRoute(std::string const& 
 }
 
 void SimAgent::traffic(step::Traffic const& s) {
+   std::vector<step::Flow> const flows = s.flowList();
    double const t0 = now();
-   std::vector<FlowRun> runs(s.flows.size());
-   for (std::size_t i = 0; i < s.flows.size(); ++i) {
-      step::Flow const& f = s.flows[i];
+   std::vector<FlowRun> runs(flows.size());
+   for (std::size_t i = 0; i < flows.size(); ++i) {
+      step::Flow const& f = flows[i];
       FlowRun& run = runs[i];
       if (f.capture) {
          step::Capture const& c = *f.capture;
@@ -136,7 +137,8 @@ void SimAgent::traffic(step::Traffic const& s) {
          run.firstQueue = run.slotQueue.back();
          run.route = trafficRoute(f.interface, f.vxlan, i);
          ArrivalPattern const pattern = arrivalPattern(f, stepNumber_, i);
-         run.pattern = patternName(pattern);
+         bool const exact = f.exact && f.pattern.kind == step::Pattern::Kind::constant;
+         run.pattern = exact ? "exact" : patternName(pattern);
          run.synthetic = makeArrivals(pattern, FlowWindow{t0, s.seconds, f.pps});
          if (packetCount(f.pps, s.seconds) == 0) {
             emit(event::TrafficEmpty{f.interface, f.pps, s.seconds});
@@ -144,6 +146,11 @@ void SimAgent::traffic(step::Traffic const& s) {
       }
    }
 
+   // A step none of whose flows has somewhere to go sends nothing and takes no time.
+   if (std::none_of(runs.begin(), runs.end(),
+                    [](FlowRun const& run) { return run.source() && run.route; })) {
+      return;
+   }
    std::vector<ArrivalSource*> sources;
    for (FlowRun& run : runs) {
       if (run.source() && run.route) {
@@ -167,7 +174,7 @@ void SimAgent::traffic(step::Traffic const& s) {
          continue;
       }
       advanceTo(m.arrival.time);
-      step::Flow const& f = s.flows[m.flow];
+      step::Flow const& f = flows[m.flow];
       bool const passed =
           pktDrv->sendToCpu(run.route->unit, run.route->inPort, *queue, run.route->innerVlan);
       auto& [offered, allowed] = run.offeredAllowed[*queue];
@@ -191,7 +198,7 @@ void SimAgent::traffic(step::Traffic const& s) {
 
    for (std::size_t i = 0; i < runs.size(); ++i) {
       FlowRun& run = runs[i];
-      step::Flow const& f = s.flows[i];
+      step::Flow const& f = flows[i];
       if (run.save) {
          run.save->close();
       }

@@ -116,6 +116,20 @@ struct Traffic {
    // Every flow of the step, in the listed order.
    std::vector<Flow> flows;
    bool oneFlow = true;  // written in the one-flow form
+
+   // The flows; a step made in code with only the one-flow fields has that one flow.
+   std::vector<Flow> flowList() const {
+      if (!flows.empty()) {
+         return flows;
+      }
+      Flow f;
+      f.interface = interface;
+      f.queue = queue;
+      f.cmapName = cmapName;
+      f.pps = pps;
+      f.vxlan = vxlan;
+      return {f};
+   }
 };
 struct Show {
    bool hw = true;

@@ -67,7 +67,7 @@ std::string stepText(ScenarioStep const& step) {
       std::string operator()(step::Traffic const& s) const {
          if (s.oneFlow) {
             // The VXLAN note reads after the time, as it always has.
-            return flowText(s.flows.front(), false) + " for " + secondsText(s.seconds) + " s" +
+            return flowText(s.flowList().front(), false) + " for " + secondsText(s.seconds) + " s" +
                    (s.vxlan ? " as VXLAN tunnel traffic" : "");
          }
          std::string out = std::to_string(s.flows.size()) +

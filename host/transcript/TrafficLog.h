@@ -18,7 +18,10 @@ struct TrafficBurst {
    std::vector<double> times;
    std::vector<bool> dropped;
 
-   double packetTime(std::size_t i) const { return times[i]; }
+   // Where no time was kept, the packets were evenly spaced from the start.
+   double packetTime(std::size_t i) const {
+      return i < times.size() ? times[i] : start + static_cast<double>(i) / pps;
+   }
 };
 
 // The packets of one interface to one CPU queue, plain or as tunnel traffic.

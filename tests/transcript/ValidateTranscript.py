@@ -56,7 +56,7 @@ def play(check, sim, scenario):
 def self_check(check):
     good = {"event": "traffic", "time": 1.5, "step": 2, "interface": "Ethernet1", "queue": 1,
             "queueName": "CoppSystemBgp", "vxlan": False, "offered": 10, "allowed": 7,
-            "dropped": 3}
+            "dropped": 3, "flow": 0, "pattern": "constant"}
     if list(check.iter_errors(good)):
         fail("a good traffic event is refused")
     wrong = {

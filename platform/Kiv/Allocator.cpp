@@ -6,6 +6,8 @@
 #include <new>
 #include <vector>
 
+#include "Kiv/BlockAccounting.h"
+
 namespace Kiv {
 
 namespace {
@@ -44,6 +46,7 @@ struct BlockLists {
    FreeBlock* free[largestBlock / blockGrain + 1] = {};
    char* slabNext = nullptr;
    char* slabEnd = nullptr;
+   std::size_t inUse = 0;
 };
 
 // Every slab, so that what the blocks hold stays reachable to leak checkers.
@@ -87,6 +90,7 @@ void* blockAllocate(std::size_t size) {
    }
    std::size_t const grains = (size + blockGrain - 1) / blockGrain;
    BlockLists& lists = blockLists;
+   lists.inUse += grains * blockGrain;
    if (FreeBlock* block = lists.free[grains]) {
       lists.free[grains] = block->next;
       return block;
@@ -106,9 +110,28 @@ void blockFree(void* block, std::size_t size) noexcept {
    }
    std::size_t const grains = (size + blockGrain - 1) / blockGrain;
    BlockLists& lists = blockLists;
+   lists.inUse -= grains * blockGrain;
    auto* freed = static_cast<FreeBlock*>(block);
    freed->next = lists.free[grains];
    lists.free[grains] = freed;
+#endif
+}
+
+std::size_t blockSlabBytes() {
+#ifdef KIV_BLOCKS_FROM_THE_HEAP
+   return 0;
+#else
+   auto& s = slabs();
+   std::lock_guard<std::mutex> lock(s.mutex);
+   return s.slabs.size() * slabBytes;
+#endif
+}
+
+std::size_t blockBytesInUse() {
+#ifdef KIV_BLOCKS_FROM_THE_HEAP
+   return 0;
+#else
+   return blockLists.inUse;
 #endif
 }
 

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,7 +16,8 @@
 
 // The C library's checked dprintf, which the show commands call for every line. This program's
 // own definition comes first in symbol lookup: it records each call and, when asked, makes one
-// of them fail for real by handing the C library a closed descriptor.
+// of them fail for real by handing the C library a descriptor open for reading only, so that
+// its write fails as a write to a broken CLI connection would.
 extern "C" int __vdprintf_chk(int fd, int flag, char const* format, va_list args);
 
 namespace {
@@ -36,7 +38,8 @@ extern "C" int __dprintf_chk(int fd, int flag, char const* format, ...) {
    bool const fail = lineWrites && lineWrites->size() == failWrite;
    va_list args;
    va_start(args, format);
-   int const result = __vdprintf_chk(fail ? -1 : fd, flag, format, args);
+   static int const readOnly = ::open("/dev/null", O_RDONLY);
+   int const result = __vdprintf_chk(fail ? readOnly : fd, flag, format, args);
    va_end(args);
    if (lineWrites) {
       lineWrites->push_back({fd, flag, result});

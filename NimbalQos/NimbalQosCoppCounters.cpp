@@ -99,9 +99,10 @@ U64 QosAclHelperV1::getIntfQueueCoppPolicerPktHits(NimbalTypes::NimbalPort const
 }
 
 void QosAclHelperV1::updateCoppIntfCounterByPortQueue(Oskel::ModIdPortQueueKey const& key) {
+   char const* const signature = __PRETTY_FUNCTION__;  // the trace formats out of line
    KIV_TRACE(defaultTraceHandle(), 4,
-             __PRETTY_FUNCTION__ << " modId: " << key.modId() << " port: " << key.port()
-                                 << " queue: " << key.queue());
+             signature << " modId: " << key.modId() << " port: " << key.port()
+                       << " queue: " << key.queue());
    Kiv::Ptr<NimbalQosKernelDynamicCoppData> const coppData = kernelDynamicCoppData(key);
    KIV_ASSERT(coppData);
    ModId const modId(key.modId());
@@ -129,9 +130,10 @@ void QosAclHelperV1::updateCoppIntfCounterByPortQueue(Oskel::ModIdPortQueueKey c
 
 void QosAclHelperV1::clearCoppIntfSwCounterByPortQueue(Oskel::ModIdPortQueueKey const& key,
                                                        bool clearSwCfgOnly) {
+   char const* const signature = __PRETTY_FUNCTION__;  // the trace formats out of line
    KIV_TRACE(defaultTraceHandle(), 4,
-             __PRETTY_FUNCTION__ << " modId: " << key.modId() << " port: " << key.port()
-                                 << " queue: " << key.queue());
+             signature << " modId: " << key.modId() << " port: " << key.port()
+                       << " queue: " << key.queue());
    // The packet driver counts by the chip's own unit number, which an unknown module lacks
    // (its default chip information says 128).
    U32 const ddeUnit = scsd()->nimbalModId(static_cast<U16>(key.modId())).chipInfo().unit();

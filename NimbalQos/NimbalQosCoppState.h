@@ -2,6 +2,7 @@
 
 #include <ostream>
 
+#include "Kiv/Allocator.h"
 #include "Kiv/Collection.h"
 #include "Kiv/Type.h"
 #include "Nimbal/NimbalQosPolicerHwData.h"
@@ -65,6 +66,11 @@ class NIMBAL_QOS_EXPORT NimbalQosKernelDynamicCoppData : public Kiv::Entity {
    ~NimbalQosKernelDynamicCoppData() override;
    Kiv::TypeDesc const* fwkType() const override;
    static Kiv::TypeDesc const* fwkTypeDesc();
+
+   // One per programmed key, tens of thousands on a large switch: made from the framework's
+   // blocks rather than one heap call each.
+   static void* operator new(std::size_t size) { return Kiv::blockAllocate(size); }
+   static void operator delete(void* record, std::size_t size) { Kiv::blockFree(record, size); }
 
    Oskel::ModIdPortQueueKey const& key() const { return key_; }
    U32 entry() const { return entry_; }

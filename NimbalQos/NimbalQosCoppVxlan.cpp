@@ -135,7 +135,10 @@ bool QosAclHelperV1::syncCoppVxlanDefaultPolicer(bool retry) {
 
    std::vector<std::pair<Orvik::IntfId, NimbalQosPolicerHwData>> const defaults(
        portDefaultCoppPolicerHwDataCol().begin(), portDefaultCoppPolicerHwDataCol().end());
-   for (auto const& [intf, hwData] : defaults) {
+   for (auto const& slot : defaults) {
+      // Named, not bound: the trace below reads it from out of line.
+      Orvik::IntfId const& intf = slot.first;
+      NimbalQosPolicerHwData const& hwData = slot.second;
       if (portDefaultCoppPolicerVxlanHwDataHas(intf)) {
          continue;
       }

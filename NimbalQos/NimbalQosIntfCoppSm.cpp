@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "Kiv/Allocator.h"
 #include "Kiv/Trace.h"
 #include "Kiv/Type.h"
 #include "NimbalQos/NimbalQosAttributeText.h"
@@ -63,7 +64,8 @@ void QosIntfCoppSm::KivVxlanEntryRetryTimer::onNotifier() {
 
 Kiv::Ptr<QosIntfCoppSm> QosIntfCoppSm::QosIntfCoppSmIs(
     Kiv::Ptr<NimbalCommonSmData const> const& scsd, QosAclHelperV1* qosAclHelper) {
-   Kiv::Ptr<QosIntfCoppSm> sm(new QosIntfCoppSm(scsd, qosAclHelper));
+   // Through the framework's accounting, like every object the agent may count.
+   Kiv::Ptr<QosIntfCoppSm> sm(Kiv::allocate<QosIntfCoppSm>(scsd, qosAclHelper));
    sm->hasNotificationActiveIs(true);
    return sm;
 }

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "Kiv/Allocator.h"
 #include "Kiv/Clock.h"
 #include "Kiv/Entity.h"
 #include "Nimbal/NimbalCommonSmData.h"
@@ -78,6 +79,8 @@ class NIMBAL_QOS_EXPORT QosIntfCoppSm : public Kiv::Entity {
 
   protected:
    QosIntfCoppSm(Kiv::Ptr<NimbalCommonSmData const> const& scsd, QosAclHelperV1* qosAclHelper);
+   template <class T, class... A>
+   friend T* Kiv::allocate(A&&... args);
 
   private:
    std::unique_ptr<KivScsd> scsd_;

@@ -159,7 +159,7 @@ class LibraryLoad {
              std::make_unique<Kiv::LogHandle>(row.key, row.severity, row.format, row.explanation,
                                               row.recommendedAction, 0.0, 1.0, 0u, 0u));
       }
-      apiTraceHandle_ = &Kiv::traceHandle("ApiNimbal");
+      traceHandles_.push_back(&Kiv::traceHandle("ApiNimbal"));
       types_ = {
           NimbalQosCoppPolicerData::fwkTypeDesc(),
           NimbalQosCoppIntfPolicerData::fwkTypeDesc(),
@@ -175,12 +175,20 @@ class LibraryLoad {
       }
    }
 
+   // Removal in reverse order of creation: the trace handles made on first use (after the
+   // types), the types, "ApiNimbal", then the log handles.
    ~LibraryLoad() {
+      while (traceHandles_.size() > 1) {
+         Kiv::traceHandleDel(traceHandles_.back()->name());
+         traceHandles_.pop_back();
+      }
       for (auto it = types_.rbegin(); it != types_.rend(); ++it) {
          Kiv::typeDel((*it)->fullName());
       }
-      // The trace handle itself belongs to the process's trace registry.
-      apiTraceHandle_ = nullptr;
+      while (!traceHandles_.empty()) {
+         Kiv::traceHandleDel(traceHandles_.back()->name());
+         traceHandles_.pop_back();
+      }
       while (!logHandles_.empty()) {
          logHandles_.pop_back();
       }
@@ -190,15 +198,20 @@ class LibraryLoad {
    LibraryLoad& operator=(LibraryLoad const&) = delete;
 
    Kiv::LogHandle const& logHandle(std::size_t row) const { return *logHandles_.at(row); }
-   Kiv::TraceHandle const& apiTraceHandle() const { return *apiTraceHandle_; }
+   Kiv::TraceHandle const& apiTraceHandle() const { return *traceHandles_.front(); }
+   // A handle made on its first use; its caller keeps it in a one-time-initialised value.
+   Kiv::TraceHandle const& traceHandleIs(char const* name) {
+      traceHandles_.push_back(&Kiv::traceHandle(name));
+      return *traceHandles_.back();
+   }
 
   private:
    std::vector<std::unique_ptr<Kiv::LogHandle>> logHandles_;
-   Kiv::TraceHandle* apiTraceHandle_ = nullptr;
+   std::vector<Kiv::TraceHandle*> traceHandles_;
    std::vector<Kiv::TypeDesc const*> types_;
 };
 
-LibraryLoad const libraryLoad;
+LibraryLoad libraryLoad;
 
 }  // namespace
 
@@ -251,12 +264,12 @@ Kiv::TraceHandle const& apiTraceHandle() {
 }
 
 Kiv::TraceHandle const& defaultTraceHandle() {
-   static Kiv::TraceHandle const& handle = Kiv::traceHandle("NimbalQosSm");
+   static Kiv::TraceHandle const& handle = libraryLoad.traceHandleIs("NimbalQosSm");
    return handle;
 }
 
 Kiv::TraceHandle const& tcamDefaultTraceHandle() {
-   static Kiv::TraceHandle const& handle = Kiv::traceHandle("NimbalQosTcamAclSm");
+   static Kiv::TraceHandle const& handle = libraryLoad.traceHandleIs("NimbalQosTcamAclSm");
    return handle;
 }
 

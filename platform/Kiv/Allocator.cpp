@@ -1,7 +1,12 @@
 #include "Kiv/Allocator.h"
 
+#include <cstdint>
 #include <map>
 #include <mutex>
+#include <new>
+#include <vector>
+
+#include "Kiv/BlockAccounting.h"
 
 namespace Kiv {
 
@@ -15,6 +20,120 @@ Accounts& accounts() {
    return *a;
 }
 }  // namespace
+
+#if defined(__SANITIZE_ADDRESS__)
+#define KIV_BLOCKS_FROM_THE_HEAP 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KIV_BLOCKS_FROM_THE_HEAP 1
+#endif
+#endif
+
+#ifndef KIV_BLOCKS_FROM_THE_HEAP
+namespace {
+
+constexpr std::size_t blockGrain = 8;
+constexpr std::size_t largestBlock = 512;
+constexpr std::size_t slabBytes = 64 * 1024;
+
+struct FreeBlock {
+   FreeBlock* next;
+};
+
+// One thread's blocks. Slabs are never given back: a block may be freed by another thread, or
+// outlive the code that made it, and must stay valid memory wherever it goes.
+struct BlockLists {
+   FreeBlock* free[largestBlock / blockGrain + 1] = {};
+   char* slabNext = nullptr;
+   char* slabEnd = nullptr;
+   std::size_t inUse = 0;
+};
+
+// Every slab, so that what the blocks hold stays reachable to leak checkers.
+struct Slabs {
+   std::mutex mutex;
+   std::vector<void*> slabs;
+};
+Slabs& slabs() {
+   static auto* s = new Slabs();  // lives past static destructors
+   return *s;
+}
+
+thread_local BlockLists blockLists;
+
+void* newBlock(BlockLists& lists, std::size_t bytes) {
+   if (static_cast<std::size_t>(lists.slabEnd - lists.slabNext) < bytes) {
+      char* slab = static_cast<char*>(::operator new(slabBytes));
+      {
+         auto& s = slabs();
+         std::lock_guard<std::mutex> lock(s.mutex);
+         s.slabs.push_back(slab);
+      }
+      lists.slabNext = slab;
+      lists.slabEnd = slab + slabBytes;
+   }
+   void* block = lists.slabNext;
+   lists.slabNext += bytes;
+   return block;
+}
+
+}  // namespace
+#endif
+
+void* blockAllocate(std::size_t size) {
+#ifdef KIV_BLOCKS_FROM_THE_HEAP
+   // The sanitizers see every block as an allocation of its own.
+   return ::operator new(size);
+#else
+   if (size > largestBlock || size == 0) {
+      return ::operator new(size);
+   }
+   std::size_t const grains = (size + blockGrain - 1) / blockGrain;
+   BlockLists& lists = blockLists;
+   lists.inUse += grains * blockGrain;
+   if (FreeBlock* block = lists.free[grains]) {
+      lists.free[grains] = block->next;
+      return block;
+   }
+   return newBlock(lists, grains * blockGrain);
+#endif
+}
+
+void blockFree(void* block, std::size_t size) noexcept {
+#ifdef KIV_BLOCKS_FROM_THE_HEAP
+   (void)size;
+   ::operator delete(block);
+#else
+   if (size > largestBlock || size == 0) {
+      ::operator delete(block);
+      return;
+   }
+   std::size_t const grains = (size + blockGrain - 1) / blockGrain;
+   BlockLists& lists = blockLists;
+   lists.inUse -= grains * blockGrain;
+   auto* freed = static_cast<FreeBlock*>(block);
+   freed->next = lists.free[grains];
+   lists.free[grains] = freed;
+#endif
+}
+
+std::size_t blockSlabBytes() {
+#ifdef KIV_BLOCKS_FROM_THE_HEAP
+   return 0;
+#else
+   auto& s = slabs();
+   std::lock_guard<std::mutex> lock(s.mutex);
+   return s.slabs.size() * slabBytes;
+#endif
+}
+
+std::size_t blockBytesInUse() {
+#ifdef KIV_BLOCKS_FROM_THE_HEAP
+   return 0;
+#else
+   return blockLists.inUse;
+#endif
+}
 
 void allocationIs(char const* typeName) {
    auto& a = accounts();

@@ -8,6 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "Kiv/Allocator.h"
 #include "Kiv/Entity.h"
 
 namespace Kiv {
@@ -39,13 +40,19 @@ class Collection {
    // Collections of records: create-or-return. A new record gets its notifications on.
    template <bool R = ofRecords, class = std::enable_if_t<R>>
    Value is(Key const& key) {
-      auto it = map_.find(key);
-      if (it != map_.end()) {
+      // One lookup: the slot is taken first and filled, or given back if the record throws.
+      auto [it, inserted] = map_.try_emplace(key);
+      if (!inserted) {
          return it->second;
       }
-      Value record(new typename IsPtr<Value>::Record(key));
-      record->hasNotificationActiveIs(true);
-      map_.emplace(key, record);
+      try {
+         it->second = Value(new typename IsPtr<Value>::Record(key));
+      } catch (...) {
+         map_.erase(it);
+         throw;
+      }
+      it->second->hasNotificationActiveIs(true);
+      Value record = it->second;
       changed(key);
       return record;
    }
@@ -53,14 +60,12 @@ class Collection {
    // Maps of values: insert or overwrite; an equal value changes nothing and notifies nobody.
    template <bool R = ofRecords, class = std::enable_if_t<!R>>
    bool is(Key const& key, Value const& value) {
-      auto it = map_.find(key);
-      if (it != map_.end()) {
+      auto [it, inserted] = map_.try_emplace(key, value);
+      if (!inserted) {
          if (it->second == value) {
             return false;
          }
          it->second = value;
-      } else {
-         map_.emplace(key, value);
       }
       changed(key);
       return true;
@@ -146,10 +151,15 @@ class Collection {
    Map map_;
 };
 
-template <class Key, class Record>
-using HashCollection = Collection<Key, Ptr<Record>, std::unordered_map<Key, Ptr<Record>>, true>;
+// Hash collections take their nodes from the framework's blocks; which allocator holds a node
+// does not change where it stands in the collection's order.
 template <class Key, class Value>
-using HashMap = Collection<Key, Value, std::unordered_map<Key, Value>, false>;
+using HashTable = std::unordered_map<Key, Value, std::hash<Key>, std::equal_to<Key>,
+                                     NodeAllocator<std::pair<Key const, Value>>>;
+template <class Key, class Record>
+using HashCollection = Collection<Key, Ptr<Record>, HashTable<Key, Ptr<Record>>, true>;
+template <class Key, class Value>
+using HashMap = Collection<Key, Value, HashTable<Key, Value>, false>;
 template <class Key, class Value>
 using OrderedMap = Collection<Key, Value, std::map<Key, Value>, false>;
 

@@ -84,6 +84,17 @@ TraceHandle& traceHandle(std::string const& name) {
    return *r.handles.back();
 }
 
+bool traceHandleDel(std::string const& name) {
+   auto& handles = registry().handles;
+   for (auto it = handles.begin(); it != handles.end(); ++it) {
+      if ((*it)->name() == name) {
+         handles.erase(it);
+         return true;
+      }
+   }
+   return false;
+}
+
 std::vector<std::string> traceHandleNames() {
    std::vector<std::string> out;
    for (auto& h : registry().handles) {

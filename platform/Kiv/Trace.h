@@ -23,8 +23,12 @@ class TraceHandle {
    int level_ = 0;
 };
 
-// Create-or-return the handle of that name; handles live until the process ends.
+// Create-or-return the handle of that name; it lives until it is removed by name.
 TraceHandle& traceHandle(std::string const& name);
+// Removes and destroys the handle of that name, for a component that goes away with the handles
+// it made. A level set by name still applies to a handle made again later. False when there is
+// no such handle.
+bool traceHandleDel(std::string const& name);
 // Names of the handles in the order in which they were created.
 std::vector<std::string> traceHandleNames();
 // Switches handles on from "NAME:LEVEL[,NAME:LEVEL...]"; also applies to handles made later.
@@ -37,13 +41,17 @@ void traceSinkIs(TraceSink sink);
 
 }  // namespace Kiv
 
-// Formats nothing unless the handle is on at that level.
-#define KIV_TRACE(handle, lvl, expr)               \
-   do {                                            \
-      ::Kiv::TraceHandle const& kivTh_ = (handle); \
-      if (kivTh_.enabled(lvl)) {                   \
-         std::ostringstream kivOs_;                \
-         kivOs_ << expr;                           \
-         kivTh_.emit(lvl, kivOs_.str());           \
-      }                                            \
+// Formats nothing unless the handle is on at that level. The formatting is kept out of line, so
+// that a statement whose handle is off costs the caller one comparison.
+#define KIV_TRACE(handle, lvl, expr)                  \
+   do {                                               \
+      ::Kiv::TraceHandle const& kivTh_ = (handle);    \
+      if (__builtin_expect(kivTh_.enabled(lvl), 0)) { \
+         [&]() __attribute__((noinline, cold)) {      \
+            std::ostringstream kivOs_;                \
+            kivOs_ << expr;                           \
+            kivTh_.emit(lvl, kivOs_.str());           \
+         }                                            \
+         ();                                          \
+      }                                               \
    } while (0)

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "Kiv/Allocator.h"
 #include "Kiv/Entity.h"
 #include "Nimbal/StatTypes.h"
 #include "Nimbal/TcamRequestKey.h"
@@ -97,8 +98,12 @@ class NimbalTcamEntryManager : public Kiv::Entity {
    NimbalTcamGroupManager* groupManager_ = nullptr;
    int coppPriority_ = 100;
    std::set<U32> groupUnits_;
-   std::unordered_map<UnitEntry, EntryRecord, UnitEntryHash> entries_;
-   std::unordered_map<UnitEntry, PortsRecord, UnitEntryHash> ports_;
+   // Node tables from the framework's blocks: one record for every entry of a large switch.
+   template <class Value>
+   using Table = std::unordered_map<UnitEntry, Value, UnitEntryHash, std::equal_to<UnitEntry>,
+                                    Kiv::NodeAllocator<std::pair<UnitEntry const, Value>>>;
+   Table<EntryRecord> entries_;
+   Table<PortsRecord> ports_;
    std::map<U32, U32> compressions_;
 };
 

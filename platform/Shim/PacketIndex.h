@@ -3,6 +3,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "Kiv/Allocator.h"
 #include "Kiv/Types.h"
 
 namespace Shim {
@@ -51,7 +52,9 @@ class PacketIndex {
    // order. Most buckets hold one entry.
    struct Shape {
       Triple masks;
-      std::unordered_map<Triple, FieldEntry*, TripleHash> buckets;
+      std::unordered_map<Triple, FieldEntry*, TripleHash, std::equal_to<Triple>,
+                         Kiv::NodeAllocator<std::pair<Triple const, FieldEntry*>>>
+          buckets;
       std::size_t entries = 0;
    };
 

@@ -8,6 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "Kiv/Allocator.h"
 #include "Shim/BcmTypes.h"
 #include "Shim/Meter.h"
 #include "Shim/PacketIndex.h"
@@ -196,14 +197,18 @@ class SimChip {
    int statDestroy(int unit, int statId);
 
   private:
+   template <class Key, class Value>
+   using Table = std::unordered_map<Key, Value, std::hash<Key>, std::equal_to<Key>,
+                                    Kiv::NodeAllocator<std::pair<Key const, Value>>>;
    struct Unit {
       bcm_pbmp_t ports;
       std::optional<bcm_pbmp_t> allPorts;
       std::map<bcm_field_group_t, FieldGroup> groups;
       // Node-based: entries are found by id and stay where they are for the packet index.
-      std::unordered_map<bcm_field_entry_t, FieldEntry> entries;
-      std::unordered_map<bcm_policer_t, Policer> policers;
-      std::unordered_map<int, FieldStat> stats;
+      // Nodes come from the framework's blocks: a chip holds tens of thousands of each.
+      Table<bcm_field_entry_t, FieldEntry> entries;
+      Table<bcm_policer_t, Policer> policers;
+      Table<int, FieldStat> stats;
       bcm_policer_t nextPolicerId = 1;
       // Automatic entry ids: every id from nextAutoEntryId up is free; below it, freeAutoEntryIds.
       bcm_field_entry_t nextAutoEntryId = firstAutoEntryId;
@@ -212,7 +217,7 @@ class SimChip {
       // Installed entries by group, for packets.
       std::map<bcm_field_group_t, PacketIndex> packetIndex;
       // How many program slots (edited or installed) name each policer.
-      std::unordered_map<bcm_policer_t, int> policerRefs;
+      Table<bcm_policer_t, int> policerRefs;
    };
 
    Unit* unitFind(int unit);

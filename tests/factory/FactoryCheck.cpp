@@ -70,6 +70,14 @@ std::vector<std::string> const typeNames = {
     "Nimbal::QosTcamAclHelperV1",
 };
 
+std::vector<std::string> const traceHandleNames = {"ApiNimbal", "NimbalQosSm",
+                                                   "NimbalQosTcamAclSm"};
+
+// The library's default trace handles, reached as the agent reaches the factory.
+using TraceHandleFunction = Kiv::TraceHandle const& (*)();
+constexpr char defaultTraceHandleSymbol[] = "_ZN6Nimbal18defaultTraceHandleEv";
+constexpr char tcamDefaultTraceHandleSymbol[] = "_ZN6Nimbal22tcamDefaultTraceHandleEv";
+
 std::vector<std::string> currentLogKeys() {
    std::vector<std::string> out;
    for (auto const* h : Kiv::logHandles()) {
@@ -125,7 +133,8 @@ int main(int argc, char** argv) {
        std::string(std::getenv("NIMBAL_TOGGLE_DIR")) + "/NimbalTcam.json";
 
    check(hasNone(currentLogKeys(), logKeys), "no QoS log handle before the library is loaded");
-   check(!has(Kiv::traceHandleNames(), "ApiNimbal"), "no ApiNimbal trace handle before loading");
+   check(hasNone(Kiv::traceHandleNames(), traceHandleNames),
+         "no library trace handle before loading");
    check(hasNone(Kiv::typeNames(), typeNames), "no library type before loading");
 
    void* library = ::dlopen(NIMBAL_QOS_LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL);
@@ -177,11 +186,25 @@ int main(int argc, char** argv) {
       }
    }
 
+   // Both default handles in use, whichever helper was built.
+   for (char const* symbol : {defaultTraceHandleSymbol, tcamDefaultTraceHandleSymbol}) {
+      auto handle = reinterpret_cast<TraceHandleFunction>(::dlsym(library, symbol));
+      check(handle != nullptr, std::string("dlsym finds ") + symbol);
+      if (handle) {
+         handle();
+      }
+   }
+   check(has(Kiv::traceHandleNames(), "NimbalQosSm") &&
+             has(Kiv::traceHandleNames(), "NimbalQosTcamAclSm"),
+         "the default trace handles exist once used");
+
    ::dlclose(library);
    bool const unloaded = ::dlopen(NIMBAL_QOS_LIBRARY_FILE, RTLD_NOW | RTLD_NOLOAD) == nullptr;
    check(unloaded, "dlclose unloads the library");
    check(hasNone(currentLogKeys(), logKeys), "unloading destroys the log handles");
    check(hasNone(Kiv::typeNames(), typeNames), "unloading removes the types");
+   check(hasNone(Kiv::traceHandleNames(), traceHandleNames),
+         "unloading destroys the library's trace handles");
 
    std::printf("%d failed\n", failures);
    return failures == 0 ? 0 : 1;

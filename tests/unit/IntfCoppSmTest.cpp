@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Kiv/Allocator.h"
 #include "Kiv/Clock.h"
 #include "Kiv/Type.h"
 #include "NimbalCentral/ChipInfo.h"
@@ -285,6 +286,29 @@ class IntfCoppSmOnSwitch : public SwitchTest::SwitchFixture {
 
    std::vector<Oskel::ModIdPortQueueKey> const threeKeys{{0, 2, 9}, {0, 3, 9}, {0, 4, 9}};
 };
+
+// The agent may call qosIntfCoppSmIs again with the same arguments: that builds no machine and
+// runs no first pass, so nothing is programmed again.
+TEST_F(IntfCoppSmOnSwitch, SecondQosIntfCoppSmIsBuildsNoMachineAndRunsNoFirstPass) {
+   helper()->qosIntfCoppSmDel();
+   scsd()->vxlanEnabledIs(true);
+   scsd()->vxlanRecircIntfIs(Orvik::IntfId("Ethernet1"), true);
+   kernelKeysIs(threeKeys);
+   TraceCapture traces({"NimbalQosSm"}, 4);
+   U64 const built = Kiv::allocations<Nimbal::QosIntfCoppSm>();
+   std::size_t const callsBefore = sdk().journal().size();
+   auto const first = newMachine();
+   EXPECT_EQ(Kiv::allocations<Nimbal::QosIntfCoppSm>(), built + 1);
+   std::size_t const firstPassCalls = sdk().journal().size() - callsBefore;
+   EXPECT_GT(firstPassCalls, 0u);
+   EXPECT_EQ(count(traces.texts(), "QosIntfCoppSm::handleInitialized"), 1u);
+
+   auto const second = newMachine();
+   EXPECT_EQ(Kiv::allocations<Nimbal::QosIntfCoppSm>(), built + 1);
+   EXPECT_EQ(second.ptr(), first.ptr());
+   EXPECT_EQ(sdk().journal().size(), callsBefore + firstPassCalls);
+   EXPECT_EQ(count(traces.texts(), "QosIntfCoppSm::handleInitialized"), 1u);
+}
 
 TEST_F(IntfCoppSmOnSwitch, ExistingRecirculationInterfacesAreHandledAtInitialisation) {
    helper()->qosIntfCoppSmDel();

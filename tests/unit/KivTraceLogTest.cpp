@@ -65,6 +65,21 @@ TEST(KivTrace, HandlesAreListedInCreationOrder) {
    EXPECT_LT(first, second);
 }
 
+TEST(KivTrace, RemovedHandleLeavesTheListAndItsLevelStaysWithTheName) {
+   Kiv::traceConfigIs("KivTraceTest.removed:3");
+   Kiv::traceHandle("KivTraceTest.removed");
+   Kiv::traceHandle("KivTraceTest.kept");
+   EXPECT_TRUE(Kiv::traceHandleDel("KivTraceTest.removed"));
+   auto const names = Kiv::traceHandleNames();
+   EXPECT_EQ(std::find(names.begin(), names.end(), "KivTraceTest.removed"), names.end());
+   EXPECT_NE(std::find(names.begin(), names.end(), "KivTraceTest.kept"), names.end());
+   EXPECT_FALSE(Kiv::traceHandleDel("KivTraceTest.removed"));
+   // Made again, it is switched on as its name was.
+   EXPECT_TRUE(Kiv::traceHandle("KivTraceTest.removed").enabled(3));
+   EXPECT_TRUE(Kiv::traceHandleDel("KivTraceTest.removed"));
+   EXPECT_TRUE(Kiv::traceHandleDel("KivTraceTest.kept"));
+}
+
 TEST(KivLog, RaisedMessageIsFormattedAndReachesTheSink) {
    Kiv::LogHandle h("KIV_TEST_MESSAGE", 3, "Insufficient %s resources to program the %s.",
                     "explanation", Kiv::NoActionRequired, 0.0, 1.0, 0, 0);

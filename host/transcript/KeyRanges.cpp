@@ -62,9 +62,10 @@ std::vector<std::string> keyRanges(std::vector<KeyName> const& keys,
    std::vector<
        std::pair<std::map<U32, std::string>, std::vector<std::pair<std::size_t, std::string>>>>
        groups;
-   for (auto const& [intf, queues] : byInterface) {
+   for (auto const& entry : byInterface) {
+      auto const& [intf, queues] = entry;
       auto g = std::find_if(groups.begin(), groups.end(),
-                            [&](auto const& group) { return group.first == queues; });
+                            [&entry](auto const& group) { return group.first == entry.second; });
       if (g == groups.end()) {
          groups.push_back({queues, {}});
          g = std::prev(groups.end());

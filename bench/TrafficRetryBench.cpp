@@ -23,7 +23,8 @@ NimbalHost::Scenario trafficScenario(long meters, long packets) {
        R"({"switch": {"interfaceRanges": [{"prefix": "Ethernet", "first": 1, "count": 32,
            "modId": 0, "port": 1}])" +
            resources + R"(}, "steps": [{"traffic": {"interface": "Ethernet1", "queue": 6,
-           "pps": )" + std::to_string(packets) + R"(, "seconds": 1}}]})",
+           "pps": )" +
+           std::to_string(packets) + R"(, "seconds": 1}}]})",
        "b10b.json");
 }
 

@@ -5,8 +5,8 @@
 #include "Kiv/Activity.h"
 #include "Kiv/Clock.h"
 #include "fuzz/StepScenario.h"
-#include "host/scenario/Scenario.h"
 #include "host/agent/SimAgent.h"
+#include "host/scenario/Scenario.h"
 
 namespace NimbalFuzz {
 

@@ -197,9 +197,9 @@ class Observer {
       };
       for (CoppKey const& key : agent_.kernelCopp().failed()) {
          keyed(Shortfall::What::kernelKey, key,
-               helper->createCoppPolicerAlwaysFalse()         ? Shortage::debugAlwaysFalse
+               helper->createCoppPolicerAlwaysFalse()    ? Shortage::debugAlwaysFalse
                : full(key, Switch::efpCoppGroupId, true) ? Shortage::coppEntry
-                                                             : Shortage::coppMeter);
+                                                         : Shortage::coppMeter);
       }
       if (vxlanNeeded()) {
          auto intfFull = [&](Orvik::IntfId const& intf, bool entries) {
@@ -227,8 +227,8 @@ class Observer {
                continue;
             }
             keyed(Shortfall::What::vxlanSourcePort, key,
-                  defaultsMissing ? Shortage::vxlanDefaultFirst
-                  : poolFull      ? Shortage::vxlanPool
+                  defaultsMissing                                      ? Shortage::vxlanDefaultFirst
+                  : poolFull                                           ? Shortage::vxlanPool
                   : full(key, Switch::efpCoppDefAndVxlanGroupId, true) ? Shortage::defaultEntry
                                                                        : Shortage::defaultMeter);
          }
@@ -238,10 +238,10 @@ class Observer {
          s.what = Shortfall::What::portDefault;
          s.interface = intf.stringValue();
          NimbalTypes::NimbalPort const p = sw.port(intf);
-         s.reason = full(CoppKey(p.modId(), p.logicalPort(), 0), Switch::efpCoppDefAndVxlanGroupId,
-                         true)
-                        ? Shortage::defaultEntry
-                        : Shortage::defaultMeter;
+         s.reason =
+             full(CoppKey(p.modId(), p.logicalPort(), 0), Switch::efpCoppDefAndVxlanGroupId, true)
+                 ? Shortage::defaultEntry
+                 : Shortage::defaultMeter;
          now.emplace("3|" + s.interface, s);
       }
       for (auto const& [id, policed] : agent_.classes().all()) {

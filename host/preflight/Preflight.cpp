@@ -117,7 +117,8 @@ std::string shortfallsText(Scenario const& scenario, DryRun const& run) {
 }
 
 std::string injectedText(Scenario const& scenario, InjectedFailure const& i) {
-   auto const& fail = std::get<step::Fail>(scenario.steps.at(static_cast<std::size_t>(i.step - 1)).action);
+   auto const& fail =
+       std::get<step::Fail>(scenario.steps.at(static_cast<std::size_t>(i.step - 1)).action);
    std::string const head = stepName(scenario, i.step) + ": ";
    if (i.hitStep) {
       return head + "the next " + fail.call + " failed, in " + stepName(scenario, *i.hitStep);

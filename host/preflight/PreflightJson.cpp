@@ -72,11 +72,11 @@ std::string preflightJson(Scenario const& scenario, DryRun const& actual,
       dynamicQueues += row.dynamic ? 1 : 0;
    }
    std::string out =
-       eventJson(TranscriptEvent{0, 0,
-                                 event::Switch{sw.modules.size(), sw.interfaces.size(),
-                                               sw.fabricInterfaces.size(), sw.cpuQueues.size(),
-                                               dynamicQueues, sw.portDefaultCoppRate,
-                                               sw.vxlanWorkaround}})
+       eventJson(TranscriptEvent{
+                     0, 0,
+                     event::Switch{sw.modules.size(), sw.interfaces.size(),
+                                   sw.fabricInterfaces.size(), sw.cpuQueues.size(), dynamicQueues,
+                                   sw.portDefaultCoppRate, sw.vxlanWorkaround}})
            .dump() +
        "\n";
 

@@ -20,8 +20,8 @@ struct DemandValue {
 };
 
 struct DemandRow {
-   std::string label;       // as the text writes it
-   std::string pool;        // as JSON names it
+   std::string label;  // as the text writes it
+   std::string pool;   // as JSON names it
    std::optional<U16> unit;
    std::vector<DemandValue> values;  // after the start-up and each step
    DemandValue const& startUp() const { return values.front(); }

@@ -8,9 +8,9 @@
 #include <set>
 
 #include "Kiv/Type.h"
-#include "host/scenario/NameHints.h"
 #include "NimbalQos/NimbalQosProtectionHelper.h"
 #include "NimbalQos/NimbalQosTcamProtectionHelper.h"
+#include "host/scenario/NameHints.h"
 
 namespace NimbalHost {
 namespace scenario {
@@ -88,9 +88,8 @@ class StepReader {
          std::vector<std::string> const names = sw_.interfaceNames();
          // A known prefix with an unknown number is not a slip: the list says enough.
          bool const knownPrefix =
-             std::any_of(names.begin(), names.end(), [&](std::string const& n) {
-                return namePrefix(n) == namePrefix(name);
-             });
+             std::any_of(names.begin(), names.end(),
+                         [&](std::string const& n) { return namePrefix(n) == namePrefix(name); });
          std::optional<std::string> const closest =
              knownPrefix ? std::nullopt : closestName(name, names);
          std::string ranges = nameRangesText(names);

@@ -11,9 +11,9 @@
 #include "Kiv/Activity.h"
 #include "Kiv/Clock.h"
 #include "fuzz/CoppResourceModel.h"
+#include "host/agent/SimAgent.h"
 #include "host/preflight/Preflight.h"
 #include "host/scenario/Demo.h"
-#include "host/agent/SimAgent.h"
 #include "unit/TestScenarios.h"
 
 // The resource model must follow the real agent on the real library step by step: the same

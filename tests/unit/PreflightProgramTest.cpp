@@ -45,9 +45,7 @@ TEST(PreflightProgram, TheDemoFits) {
 TEST(PreflightProgram, WhatDoesNotFitEndsWithThreeAndNamesWhatStaysUnpoliced) {
    ProgramRun const r = run("--preflight examples/vxlan-exhaustion.json");
    EXPECT_EQ(r.code, 3);
-   EXPECT_TRUE(has(r.out,
-                   "Ethernet6 queues 38-39 (CoppSystemMlag-CoppSystemDefault)\n"))
-       << r.out;
+   EXPECT_TRUE(has(r.out, "Ethernet6 queues 38-39 (CoppSystemMlag-CoppSystemDefault)\n")) << r.out;
    EXPECT_TRUE(has(r.out,
                    "the library would raise QOS_COPP_HW_RESOURCE_FULL 4 times and "
                    "QOS_COPP_HW_RESOURCE_NORMAL 2 times\n"))
@@ -129,14 +127,12 @@ TEST(PreflightProgram, ForeseesTheStepInWhichTheAgentStops) {
       EXPECT_EQ(p.code, 3);
       EXPECT_TRUE(p.exited);
       // The reason is the last line the agent wrote before it stopped.
-      std::string const stderrFile = entry.path().string().substr(
-                                         0, entry.path().string().size() - 5) +
-                                     ".stderr";
+      std::string const stderrFile =
+          entry.path().string().substr(0, entry.path().string().size() - 5) + ".stderr";
       std::string const expected = slurp(stderrFile);
-      std::string const lastLine =
-          expected.substr(expected.rfind('\n', expected.size() - 2) + 1);
-      EXPECT_TRUE(has(p.out, "the agent would stop at " + step + ": " + lastLine))
-          << step << "\n" << p.out;
+      std::string const lastLine = expected.substr(expected.rfind('\n', expected.size() - 2) + 1);
+      EXPECT_TRUE(has(p.out, "the agent would stop at " + step + ": " + lastLine)) << step << "\n"
+                                                                                   << p.out;
       ++foreseen;
    }
    EXPECT_GE(foreseen, 5);

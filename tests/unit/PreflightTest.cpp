@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "Kiv/Activity.h"
-#include "host/scenario/Demo.h"
-#include "host/preflight/Preflight.h"
 #include "host/agent/SimAgent.h"
+#include "host/preflight/Preflight.h"
+#include "host/scenario/Demo.h"
 #include "unit/TestScenarios.h"
 
 // The preflight's verdict must agree with what the run then does: the shortfall it predicts is
@@ -177,8 +177,9 @@ TEST_F(PreflightTest, ReportGivesStartUpAndPeakDemandAgainstThePools) {
 TEST_F(PreflightTest, KeyListsReadAsRangesAndJsonKeepsEveryKey) {
    Preflight const p = NimbalHost::preflight(NimbalHost::scenarioFromFile(
        NIMBAL_SOURCE_DIR "/tests/scenarios/preflight/vxlan-more-keys-than-pool.json"));
-   EXPECT_NE(p.text.find("    Ethernet8-Ethernet14 queues 1-16 (CoppSystemBgp-CoppSystemL2Broadcast)\n"),
-             std::string::npos)
+   EXPECT_NE(
+       p.text.find("    Ethernet8-Ethernet14 queues 1-16 (CoppSystemBgp-CoppSystemL2Broadcast)\n"),
+       std::string::npos)
        << p.text;
    EXPECT_EQ(p.text.find("Ethernet9 queue 3 "), std::string::npos) << p.text;
    // Seven interfaces by sixteen queues: every key in the JSON form.

@@ -498,8 +498,11 @@ TEST_F(SimAgentTest, EndNamesTheKeysThatStayUnpoliced) {
    std::set<std::string> interfaces;
    std::set<U32> queues;
    for (auto const& key : agent().kernelCopp().failed()) {
-      interfaces.insert(agent().sw().intf(NimbalTypes::NimbalPort(
-          static_cast<U16>(key.modId()), 0, static_cast<U16>(key.port()))).stringValue());
+      interfaces.insert(agent()
+                            .sw()
+                            .intf(NimbalTypes::NimbalPort(static_cast<U16>(key.modId()), 0,
+                                                          static_cast<U16>(key.port())))
+                            .stringValue());
       queues.insert(key.queue());
    }
    // The last keys in key order wait: a run of queues of the last interface.
@@ -511,10 +514,8 @@ TEST_F(SimAgentTest, EndNamesTheKeysThatStayUnpoliced) {
    EXPECT_EQ(l.back(), "  unpoliced, waiting for hardware: 12 keys, Ethernet8 queues " +
                            std::to_string(*queues.begin()) + "-" +
                            std::to_string(*queues.rbegin()) + " (" +
-                           agent().sw().mmuSm()->cpuQColl()->cpuQ(*queues.begin())->name() +
-                           "-" +
-                           agent().sw().mmuSm()->cpuQColl()->cpuQ(*queues.rbegin())->name() +
-                           ")")
+                           agent().sw().mmuSm()->cpuQColl()->cpuQ(*queues.begin())->name() + "-" +
+                           agent().sw().mmuSm()->cpuQColl()->cpuQ(*queues.rbegin())->name() + ")")
        << output();
 }
 

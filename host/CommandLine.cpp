@@ -132,6 +132,11 @@ std::string helpFooter() {
          "error ends the process abnormally, as it ends the agent. With --preflight: 0 everything\n"
          "fits; 3 something would not fit (a kernel CoPP key, VXLAN CoPP entry, per-port default\n"
          "policer or class would stay unpoliced, or the agent would stop); 1 and 2 as above.\n"
+         "With --advise: 0 the advice meets every goal; 3 no configuration meets them all (the\n"
+         "line names the goal); 1 and 2 as above.\n"
+         "\n"
+         "\"advise\" (top level, for --advise): {\"protect\": [{\"interface\": NAME or \"*\",\n"
+         "\"class\", \"maxLoss\": 0 to 1}], \"cpuBudget\": pps per port, \"classes\": [CLASS...]}\n"
          "\n"
          "Built-in CPU queues (\"cpuQueues\" replaces them; rate in pps, burst in packets):\n";
    char line[160];
@@ -181,14 +186,29 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, SimOption
        ->type_name("text|json")
        ->check(CLI::IsMember({"text", "json"}));
    auto* check = app.add_flag("--check", options.check, "read and check the scenario, run nothing");
-   app.add_flag("--preflight", options.preflight,
-                "a dry run of the scenario with the library on the simulated chip, traffic "
-                "reduced to its clock advance; print the switch's hardware demand at start-up "
-                "and at its peak over the steps against its resources, what would stay "
-                "unpoliced and where the agent would stop; exit status 3 when something would "
-                "not fit")
-       ->excludes(check)
-       ->excludes(plot);
+   auto* preflight =
+       app.add_flag("--preflight", options.preflight,
+                    "a dry run of the scenario with the library on the simulated chip, traffic "
+                    "reduced to its clock advance; print the switch's hardware demand at start-up "
+                    "and at its peak over the steps against its resources, what would stay "
+                    "unpoliced and where the agent would stop; exit status 3 when something would "
+                    "not fit")
+           ->excludes(check)
+           ->excludes(plot);
+   auto* advise =
+       app.add_flag("--advise", options.advise,
+                    "search the class rates and bursts and the per-port default rate that keep "
+                    "the classes of the scenario's \"advise\" key within their loss and each "
+                    "port within its CPU budget, trying each configuration on the library and "
+                    "the simulated chip; print the advice; exit status 3 when no configuration "
+                    "meets every goal")
+           ->excludes(check)
+           ->excludes(plot)
+           ->excludes(preflight);
+   app.add_option("--advise-out", options.adviseOut,
+                  "with --advise, write the advised configuration as a scenario that plays it")
+       ->type_name("FILE.json")
+       ->needs(advise);
    app.add_flag("--print-demo", options.printDemo,
                 "write the built-in demo scenario as JSON and end");
    app.set_version_flag("--version", "nimbal-copp-sim " NIMBAL_VERSION,

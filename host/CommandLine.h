@@ -16,12 +16,16 @@ struct SimOptions {
    bool printDemo = false;  // write the built-in demo scenario
    bool json = false;       // the transcript as JSON Lines
    bool preflight = false;  // the hardware demand of the scenario, without running it
+   bool advise = false;     // the rates that meet the scenario's advise goals
+   std::string adviseOut;   // where to write the advised scenario, or empty
 };
 
 // Exit status of a command line that cannot be used.
 inline constexpr int usageExitCode = 2;
 // Exit status of a preflight that finds something that would not fit.
 inline constexpr int preflightShortExitCode = 3;
+// Exit status of advice that finds no configuration meeting every goal.
+inline constexpr int adviceUnmetExitCode = 3;
 
 // Reads the command line into `options`. Returns an exit status when the program should end
 // at once (0 after --help, usageExitCode for a command line it cannot use, with the reason on

@@ -10,6 +10,8 @@
 #include "Kiv/Activity.h"
 #include "Kiv/Trace.h"
 #include "host/CommandLine.h"
+#include "host/advise/AdviceReport.h"
+#include "host/advise/Advisor.h"
 #include "host/agent/SimAgent.h"
 #include "host/preflight/Preflight.h"
 #include "host/scenario/Demo.h"
@@ -18,6 +20,47 @@
 #include "host/traffic/TrafficError.h"
 #include "host/transcript/JsonTranscript.h"
 #include "host/transcript/TextTranscript.h"
+
+namespace {
+
+int adviseMain(NimbalHost::Scenario const& scenario, NimbalHost::SimOptions const& options) {
+   if (!scenario.advise) {
+      std::fprintf(stderr,
+                   "%s: key \"advise\" is missing; --advise needs {\"protect\": [{\"interface\": "
+                   "..., \"class\": ..., \"maxLoss\": ...}], \"cpuBudget\": ...} at the top of "
+                   "the scenario\n",
+                   scenario.file.c_str());
+      return 1;
+   }
+   if (!options.adviseOut.empty() && !NimbalHost::plotWritable(options.adviseOut)) {
+      std::fprintf(stderr, "nimbal-copp-sim: cannot write %s\n", options.adviseOut.c_str());
+      return NimbalHost::usageExitCode;
+   }
+   Kiv::ActivityScope activity;
+   NimbalHost::Advice advice;
+   try {
+      advice = NimbalHost::advise(scenario);
+   } catch (NimbalHost::ScenarioError const& e) {
+      std::fprintf(stderr, "%s\n", e.what());
+      return 1;
+   }
+   std::string const text =
+       options.json ? NimbalHost::adviceJson(advice) : NimbalHost::adviceText(advice);
+   std::fputs(text.c_str(), stdout);
+   if (!options.adviseOut.empty()) {
+      if (!NimbalHost::writeFileWhole(
+              options.adviseOut,
+              NimbalHost::advisedScenarioJson(scenario, advice, options.adviseOut))) {
+         std::fprintf(stderr, "nimbal-copp-sim: cannot write %s\n", options.adviseOut.c_str());
+         return NimbalHost::usageExitCode;
+      }
+      std::fprintf(stderr, "nimbal-copp-sim: the advised scenario written to %s\n",
+                   options.adviseOut.c_str());
+   }
+   return advice.met() ? 0 : NimbalHost::adviceUnmetExitCode;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
    NimbalHost::SimOptions options;
@@ -42,6 +85,9 @@ int main(int argc, char** argv) {
    } catch (NimbalHost::TrafficError const& e) {
       std::fprintf(stderr, "%s\n", e.what());
       return 1;
+   }
+   if (options.advise) {
+      return adviseMain(scenario, options);
    }
    if (options.preflight) {
       if (!options.trace.empty()) {

@@ -23,6 +23,13 @@ foreach(example ${NIMBAL_EXAMPLES})
                        ${CMAKE_SOURCE_DIR}/examples/${name}.expected)
 endforeach()
 
+# The advice on each example that asks for it, byte for byte.
+file(GLOB NIMBAL_ADVICE CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/examples/*.advice)
+foreach(advice ${NIMBAL_ADVICE})
+  get_filename_component(name ${advice} NAME_WE)
+  nimbal_scenario_test(Advice.${name} advise examples/${name}.json ${advice} -DRC=0)
+endforeach()
+
 file(GLOB NIMBAL_INVALID_SCENARIOS CONFIGURE_DEPENDS
      ${CMAKE_CURRENT_SOURCE_DIR}/scenarios/invalid/*.json)
 foreach(scenario ${NIMBAL_INVALID_SCENARIOS})

@@ -28,3 +28,7 @@ foreach(scenario examples/basic.json examples/vxlan-exhaustion.json
   nimbal_transcript_schema_test(TranscriptSchema.preflight.${name} --preflight
                                 $<TARGET_FILE:nimbal-copp-sim> ${scenario})
 endforeach()
+
+# The advisor's JSON form: advice that meets its goals.
+nimbal_transcript_schema_test(TranscriptSchema.advice.advise-dhcp-flood --advise
+                              $<TARGET_FILE:nimbal-copp-sim> examples/advise-dhcp-flood.json)

@@ -170,5 +170,8 @@ step::Traffic readTraffic(Reader const& r, Json const& v, std::string const& fil
 ScenarioStep readStep(std::string const& file, ScenarioSwitch const& sw, StepState& state,
                       Json const& v, int number);
 
+// Reads the advisor's question; the steps are read already, to check the classes it names.
+Advise readAdvise(std::string const& file, Scenario const& s, Json const& v);
+
 }  // namespace scenario
 }  // namespace NimbalHost

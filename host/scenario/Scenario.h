@@ -174,11 +174,30 @@ struct ScenarioStep {
    std::string value;  // the step's value as the file wrote it, in compact JSON
 };
 
+// A goal of the advisor: a class on an interface (or on every interface its traffic reaches,
+// "*") may lose at most this share of what it is offered.
+struct AdviseGoal {
+   std::string interface;  // "*": every interface
+   std::string cmapName;
+   double maxLoss = 0;
+};
+
+// What the advisor is asked: the classes to keep whole, the packets a port's CPU path may take,
+// and the classes whose rates it may choose.
+struct Advise {
+   std::vector<AdviseGoal> protect;
+   std::optional<U32> cpuBudget;      // pps per port; none: no budget
+   std::vector<std::string> classes;  // empty: every class that the traffic reaches
+};
+
 struct Scenario {
    std::string file;
    std::string description;
    ScenarioSwitch sw;
    std::vector<ScenarioStep> steps;
+   std::optional<Advise> advise;
+   // The switch as the file wrote it, in compact JSON ("{}" when absent).
+   std::string switchValue = "{}";
 
    // Whether the switch's resources or a `resources` step size a pool.
    bool namesResources() const {
@@ -203,6 +222,10 @@ std::vector<std::string> const& failableSdkCalls();
 inline constexpr U32 maxClassRate = 0xFFFFFFFFu / 2;
 // The most packets one traffic step may send.
 inline constexpr double maxTrafficPackets = 10'000'000;
+
+// The classes that the traffic steps send to, by interface, in the order they first appear:
+// flows given by class and the classes of capture flows.
+std::vector<std::pair<std::string, std::string>> trafficClasses(Scenario const& s);
 
 // Reads and checks a scenario; `file` names it in messages. Throws ScenarioError.
 Scenario scenarioFromText(std::string const& text, std::string const& file);

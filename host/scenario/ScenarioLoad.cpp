@@ -73,13 +73,16 @@ Scenario scenarioFromText(std::string const& text, std::string const& file) {
       throw ScenarioError(file + ": a scenario is an object {\"switch\": {...}, \"steps\": " +
                           "[...]}, not " + shown(doc));
    }
-   top.object(doc, "", {"description", "switch", "steps"});
+   top.object(doc, "", {"description", "switch", "steps", "advise"});
    Scenario s;
    s.file = file;
    if (doc.contains("description")) {
       s.description = top.string(doc.at("description"), "description");
    }
    s.sw = readSwitch(file, doc.contains("switch") ? doc.at("switch") : Json::object());
+   if (doc.contains("switch")) {
+      s.switchValue = doc.at("switch").dump();
+   }
    if (!doc.contains("steps")) {
       top.fail("steps", "is missing; a scenario is {\"switch\": {...}, \"steps\": [...]}");
    }
@@ -90,6 +93,9 @@ Scenario scenarioFromText(std::string const& text, std::string const& file) {
    StepState state;
    for (std::size_t i = 0; i < steps.size(); ++i) {
       s.steps.push_back(readStep(file, s.sw, state, steps.at(i), static_cast<int>(i + 1)));
+   }
+   if (doc.contains("advise")) {
+      s.advise = readAdvise(file, s, doc.at("advise"));
    }
    return s;
 }

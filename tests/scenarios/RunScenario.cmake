@@ -5,10 +5,14 @@
 #   MODE       transcript: ends with 0 and writes EXPECTED on standard output, byte for byte
 #              invalid:    ends with 1, writes nothing on standard output and the one line of
 #                          EXPECTED on standard error
+#              advise:     with --advise, ends with RC and writes EXPECTED on standard output
 #              abort:      ends abnormally, writes EXPECTED on standard output and every line of
 #                          EXPECTED_STDERR somewhere on standard error
 #   ACTUAL     where to leave the output when it differs
 set(args)
+if(MODE STREQUAL "advise")
+  list(APPEND args --advise)
+endif()
 if(SCENARIO)
   list(APPEND args ${SCENARIO})
 endif()
@@ -26,6 +30,13 @@ endfunction()
 if(MODE STREQUAL "transcript")
   if(NOT rc STREQUAL "0")
     message(FATAL_ERROR "exit status ${rc}, expected 0; standard error:\n${err}")
+  endif()
+  if(NOT out STREQUAL expected)
+    differs("standard output" "${out}" "${expected}")
+  endif()
+elseif(MODE STREQUAL "advise")
+  if(NOT rc STREQUAL "${RC}")
+    message(FATAL_ERROR "exit status ${rc}, expected ${RC}; standard error:\n${err}")
   endif()
   if(NOT out STREQUAL expected)
     differs("standard output" "${out}" "${expected}")

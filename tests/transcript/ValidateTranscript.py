@@ -5,6 +5,8 @@
     ValidateTranscript.py SCHEMA --self-check      the schema refuses events that are wrong
     ValidateTranscript.py SCHEMA --preflight SIM SCENARIO
                                                   the JSON form of --preflight fits the schema
+    ValidateTranscript.py SCHEMA --advise SIM SCENARIO
+                                                  the JSON form of --advise fits the schema
 
 Run with Debian's /usr/bin/python3 and python3-jsonschema (scripts/setup.sh installs it).
 """
@@ -105,6 +107,33 @@ def preflight(check, sim, scenario):
     print(f"the preflight fits the schema, {len(report['shortfalls'])} shortfalls of {keys} items")
 
 
+def advice(check, sim, scenario):
+    run = subprocess.run([sim, "--advise", "--format", "json", scenario],
+                         capture_output=True, text=True)
+    if run.returncode not in (0, 3):
+        fail(f"exit status {run.returncode}; standard error:\n{run.stderr}")
+    events = [json.loads(line) for line in run.stdout.splitlines()]
+    if [e["event"] for e in events] != ["advice"]:
+        fail(f"not one advice: {run.stdout}")
+    report = events[0]
+    errors = list(check.iter_errors(report))
+    if errors:
+        fail(f"does not fit the schema: {errors[0].message}\n{json.dumps(report)}")
+    if report["met"] != (run.returncode == 0) or report["met"] != (not report["unmet"]):
+        fail(f"met is {report['met']} with exit status {run.returncode}")
+    wrong = {
+        "met as text": dict(report, met="yes"),
+        "a loss above 1": dict(report, classes=[dict(report["classes"][0], before=dict(
+            report["classes"][0]["before"], loss=1.5))]),
+        "a rate without its burst": dict(report, classes=[dict(report["classes"][0],
+                                                               advised={"rate": 5})]),
+    }
+    for what, event in wrong.items():
+        if not list(check.iter_errors(event)):
+            fail(f"advice with {what} passes the schema")
+    print(f"the advice fits the schema, {len(report['classes'])} classes, {report['trials']} trials")
+
+
 def main():
     if len(sys.argv) < 3:
         fail(__doc__)
@@ -113,6 +142,8 @@ def main():
         self_check(check)
     elif sys.argv[2] == "--preflight":
         preflight(check, sys.argv[3], sys.argv[4])
+    elif sys.argv[2] == "--advise":
+        advice(check, sys.argv[3], sys.argv[4])
     else:
         play(check, sys.argv[2], sys.argv[3:])
 

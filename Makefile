@@ -1,7 +1,7 @@
 # The two entry points: `make demo` plays the simulator's demo, `make test` runs every test
-# on the release build and then on the sanitizer build, the demo and the examples under valgrind,
-# a short run of the fuzzers, then installs, uses and purges the Debian packages. Both install
-# what is missing first. `make fuzz-long` and `make random-long` are the long checks.
+# on the release build (gcc) and then on the sanitizer build (clang, with the fuzzers), the
+# demo and the examples under valgrind, a short run of the fuzzers, then installs, uses and
+# purges the Debian packages. Both install what is missing first. `make fuzz-long` and `make random-long` are the long checks.
 .PHONY: demo test bench setup release sanitize debug fuzz fuzz-smoke fuzz-long valgrind clean \
         random-long package package-check package-lint
 
@@ -20,10 +20,9 @@ debug: setup
 	cmake --preset debug >/dev/null
 	cmake --build --preset debug -j2
 
-# The libFuzzer targets (clang, AddressSanitizer, UndefinedBehaviorSanitizer).
-fuzz: setup
-	cmake --preset fuzz >/dev/null
-	cmake --build --preset fuzz -j2
+# The libFuzzer targets are built with the sanitizer build (clang, AddressSanitizer,
+# UndefinedBehaviorSanitizer): one build serves both.
+fuzz: sanitize
 
 fuzz-smoke: fuzz
 	./scripts/fuzz.sh smoke
@@ -55,7 +54,7 @@ package-check: package
 package-lint: package
 	./scripts/package-lint.sh build/release/packages
 
-test: release sanitize fuzz package
+test: release sanitize package
 	ctest --preset release
 	ctest --preset sanitize
 	./scripts/valgrind-examples.sh

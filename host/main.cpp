@@ -36,6 +36,9 @@ int adviseMain(NimbalHost::Scenario const& scenario, NimbalHost::SimOptions cons
       std::fprintf(stderr, "nimbal-copp-sim: cannot write %s\n", options.adviseOut.c_str());
       return NimbalHost::usageExitCode;
    }
+   if (!options.trace.empty()) {
+      Kiv::traceConfigIs(options.trace);
+   }
    Kiv::ActivityScope activity;
    NimbalHost::Advice advice;
    try {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the libFuzzer targets of the fuzz preset (build it first: make fuzz).
+# Runs the libFuzzer targets of the sanitizer build (build it first: make fuzz).
 #
 #   scripts/fuzz.sh smoke            every regression input once, then 20 s per target (CI;
 #                                    10 s for capture)
@@ -21,7 +21,7 @@ case "$mode" in
   *) echo "usage: scripts/fuzz.sh smoke | long [SECONDS]" >&2; exit 2 ;;
 esac
 
-bin=build/fuzz/bin
+bin=build/sanitize/bin
 targets=(loader steps capture)
 for t in "${targets[@]}"; do
   if [ ! -x "$bin/nimbal-fuzz-$t" ]; then

@@ -34,12 +34,19 @@ constexpr U32 vxlanDefaultPort = 300;
 constexpr char const* modIdRangeError = "ModId::value < ModId::min or > ModId::null not allowed";
 constexpr char const* portRangeError =
     "NimbalPort::logicalPort < 0 or > NimbalPort::defaultPort not allowed";
+// The functions' signatures as the compiler writes them (clang puts a space before a reference).
+#ifdef __clang__
+#define NIMBAL_REF " &"
+#else
+#define NIMBAL_REF "&"
+#endif
 constexpr char const* updateSignature =
     "void Nimbal::QosAclHelperV1::updateCoppIntfCounterByPortQueue(const "
-    "Oskel::ModIdPortQueueKey&)";
+    "Oskel::ModIdPortQueueKey" NIMBAL_REF ")";
 constexpr char const* clearSignature =
     "void Nimbal::QosAclHelperV1::clearCoppIntfSwCounterByPortQueue(const "
-    "Oskel::ModIdPortQueueKey&, bool)";
+    "Oskel::ModIdPortQueueKey" NIMBAL_REF ", bool)";
+#undef NIMBAL_REF
 
 Oskel::QosClassDataKey const coppKey("copp-system-policy", Qos::mapControlPlane_, Qos::input_,
                                      "user-telnet", Qos::mapControlPlane_);

@@ -17,6 +17,9 @@ double pps(U64 packets, double seconds) {
    return seconds > 0 ? static_cast<double>(packets) / seconds : 0.0;
 }
 
+// The largest burst tried: far more than one step sends, well inside 32 bits.
+constexpr S64 maxBurst = 0x40000000;
+
 class Search {
   public:
    explicit Search(Scenario const& s) : s_(s) {
@@ -42,7 +45,7 @@ class Search {
       c.portDefaultRate = openPortDefaultRate;
       for (AdviceRow const& r : a.rows) {
          if (r.chosen) {
-            c.rates[r.key] = RateBurst{openClassRate, 0x40000000u};
+            c.rates[r.key] = RateBurst{openClassRate, static_cast<U32>(maxBurst)};
          }
       }
       TrialResult const open = trial(c);
@@ -137,30 +140,34 @@ class Search {
       return at(t.byClass, r.key).loss() <= *r.maxLoss + 1e-12;
    }
 
-   // Lowest value in (lo, hi] for which `good` holds, hi known good, for several classes at
-   // once: one trial per round, every class at the middle of its own interval.
-   void lowest(std::vector<AdviceRow const*> const& rs,
-               std::map<ClassOnPort, std::pair<S64, S64>> range, Candidate& c,
-               std::function<void(RateBurst&, S64)> const& set) {
+   // Intervals narrowed together, one trial a round, each by halves towards the boundary of
+   // its own condition: the condition holds at `good` and not at `bad`, and `good` is the
+   // answer once the two are neighbours. Lowest-good searches start with good above bad,
+   // largest-good ones below.
+   struct Interval {
+      S64 good = 0;
+      S64 bad = 0;
+      bool open() const { return good - bad > 1 || bad - good > 1; }
+      S64 middle() const { return bad + (good - bad) / 2; }
+   };
+   template <typename K>
+   void narrow(std::map<K, Interval>& xs, Candidate& c,
+               std::function<void(K const&, S64)> const& set,
+               std::function<bool(K const&, TrialResult const&)> const& holdsAt) {
       for (;;) {
          bool any = false;
-         for (AdviceRow const* r : rs) {
-            auto& [lo, hi] = range.at(r->key);
-            S64 const v = hi - lo > 1 ? lo + (hi - lo) / 2 : hi;
-            any = any || hi - lo > 1;
-            set(c.rates.at(r->key), v);
+         for (auto& [k, x] : xs) {
+            set(k, x.open() ? x.middle() : x.good);
+            any = any || x.open();
          }
          if (!any) {
             return;
          }
          TrialResult const t = trial(c);
-         for (AdviceRow const* r : rs) {
-            auto& [lo, hi] = range.at(r->key);
-            if (hi - lo <= 1) {
-               continue;
+         for (auto& [k, x] : xs) {
+            if (x.open()) {
+               (holdsAt(k, t) ? x.good : x.bad) = x.middle();
             }
-            S64 const v = lo + (hi - lo) / 2;
-            (holds(*r, t) ? hi : lo) = v;
          }
       }
    }
@@ -168,9 +175,8 @@ class Search {
    // Each protected class: the smallest burst its clumps need at twice its mean rate, then the
    // lowest rate with that burst (and one packet more), then the smallest burst at that rate.
    void searchProtected(Advice& a, Candidate& c, TrialResult const& open) {
-      std::vector<AdviceRow const*> rs;
-      std::map<ClassOnPort, std::pair<S64, S64>> burst, rate;
-      std::map<ClassOnPort, S64> high;
+      std::map<ClassOnPort, AdviceRow const*> goals;
+      std::map<ClassOnPort, Interval> burst, rate;
       for (AdviceRow const& r : a.rows) {
          if (!r.chosen || !r.maxLoss) {
             continue;
@@ -181,28 +187,33 @@ class Search {
             c.rates.at(r.key) = base(r);
             continue;
          }
-         rs.push_back(&r);
-         S64 const rh = std::max<S64>(
-             2, static_cast<S64>(std::ceil(2.0 * static_cast<double>(offered) / seconds_)));
-         high[r.key] = std::min<S64>(rh, openClassRate);
-         c.rates.at(r.key) = RateBurst{static_cast<U32>(high[r.key]), 0};
-         burst[r.key] = {0, static_cast<S64>(std::min<U64>(offered, 0x40000000u))};
+         goals[r.key] = &r;
+         S64 const high = std::min<S64>(
+             openClassRate,
+             std::max<S64>(
+                 2, static_cast<S64>(std::ceil(2.0 * static_cast<double>(offered) / seconds_))));
+         c.rates.at(r.key) = RateBurst{static_cast<U32>(high), 0};
+         burst[r.key] = {static_cast<S64>(std::min<U64>(offered, maxBurst)), 0};
+         rate[r.key] = {high, 0};
       }
-      auto setBurst = [](RateBurst& rb, S64 v) { rb.burst = static_cast<U32>(v); };
-      auto setRate = [](RateBurst& rb, S64 v) { rb.rate = static_cast<U32>(v); };
-      lowest(rs, burst, c, setBurst);
+      auto goalHolds = [&goals, this](ClassOnPort const& k, TrialResult const& t) {
+         return holds(*goals.at(k), t);
+      };
+      auto setBurst = [&c](ClassOnPort const& k, S64 v) {
+         c.rates.at(k).burst = static_cast<U32>(v);
+      };
+      auto setRate = [&c](ClassOnPort const& k, S64 v) {
+         c.rates.at(k).rate = static_cast<U32>(v);
+      };
+      narrow<ClassOnPort>(burst, c, setBurst, goalHolds);
       // The rate is searched with one packet more than the clumps need, so that a flow whose
       // packets jitter is not given a rate that refills between its two closest packets.
-      for (AdviceRow const* r : rs) {
-         RateBurst& rb = c.rates.at(r->key);
-         rb.burst = rb.burst < 0x40000000u ? rb.burst + 1 : rb.burst;
-         rate[r->key] = {0, high.at(r->key)};
+      for (auto& [k, x] : burst) {
+         x = {std::min<S64>(x.good + 1, maxBurst), 0};
+         setBurst(k, x.good);
       }
-      lowest(rs, rate, c, setRate);
-      for (AdviceRow const* r : rs) {
-         burst[r->key] = {0, c.rates.at(r->key).burst};
-      }
-      lowest(rs, burst, c, setBurst);
+      narrow<ClassOnPort>(rate, c, setRate, goalHolds);
+      narrow<ClassOnPort>(burst, c, setBurst, goalHolds);
    }
 
    // A port over its budget: the classes that are chosen and not protected keep the largest
@@ -213,13 +224,13 @@ class Search {
       }
       double const budget = *a.cpuBudget;
       TrialResult const t = trial(c);
-      std::map<std::string, std::pair<S64, S64>> share;  // largest good in [lo, hi)
+      std::map<std::string, Interval> share;
       for (auto const& [intf, adm] : t.byPort) {
          if (pps(adm.allowed, seconds_) > budget && cutOnPort(a, intf)) {
             share[intf] = {0, 1000};
          }
       }
-      auto apply = [&](std::string const& intf, S64 k) {
+      auto setShare = [&a, &c](std::string const& intf, S64 k) {
          for (AdviceRow const& r : a.rows) {
             if (r.key.first == intf && r.chosen && !r.maxLoss) {
                RateBurst const b = base(r);
@@ -228,27 +239,10 @@ class Search {
             }
          }
       };
-      for (;;) {
-         bool any = false;
-         for (auto const& [intf, range] : share) {
-            S64 const v = range.second - range.first > 1
-                              ? range.first + (range.second - range.first) / 2
-                              : range.first;
-            any = any || range.second - range.first > 1;
-            apply(intf, v);
-         }
-         if (!any) {
-            return;
-         }
-         TrialResult const u = trial(c);
-         for (auto& [intf, range] : share) {
-            if (range.second - range.first <= 1) {
-               continue;
-            }
-            S64 const v = range.first + (range.second - range.first) / 2;
-            (pps(at(u.byPort, intf).allowed, seconds_) <= budget ? range.first : range.second) = v;
-         }
-      }
+      auto fits = [budget, this](std::string const& intf, TrialResult const& u) {
+         return pps(at(u.byPort, intf).allowed, seconds_) <= budget;
+      };
+      narrow<std::string>(share, c, setShare, fits);
    }
 
    bool cutOnPort(Advice const& a, std::string const& intf) const {
@@ -269,17 +263,15 @@ class Search {
       }
       // Never below the budget, which the port may send the CPU, or, without a budget, below
       // today's rate: a port that sent nothing in the scenario still needs its default.
-      S64 lo = static_cast<S64>(a.cpuBudget.value_or(a.portDefaultToday)) - 1;
-      S64 hi = openPortDefaultRate;
-      while (hi - lo > 1) {
-         S64 const mid = lo + (hi - lo) / 2;
-         c.portDefaultRate = static_cast<U32>(mid);
-         TrialResult const u = trial(c);
-         bool const ok = std::all_of(goals.begin(), goals.end(),
-                                     [&](AdviceRow const* r) { return holds(*r, u); });
-         (ok ? hi : lo) = mid;
-      }
-      c.portDefaultRate = static_cast<U32>(hi);
+      std::map<int, Interval> rate = {
+          {0,
+           {openPortDefaultRate, static_cast<S64>(a.cpuBudget.value_or(a.portDefaultToday)) - 1}}};
+      auto setRate = [&c](int, S64 v) { c.portDefaultRate = static_cast<U32>(v); };
+      auto allHold = [&goals, this](int, TrialResult const& u) {
+         return std::all_of(goals.begin(), goals.end(),
+                            [&u, this](AdviceRow const* r) { return holds(*r, u); });
+      };
+      narrow<int>(rate, c, setRate, allHold);
    }
 
    void verdict(Advice& a, TrialResult const& t) const {

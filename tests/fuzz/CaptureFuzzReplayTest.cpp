@@ -7,6 +7,7 @@
 #include <iterator>
 #include <vector>
 
+#include "SourceTree.h"
 #include "fuzz/CaptureBytes.h"
 
 namespace {
@@ -14,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 
-fs::path const source = NIMBAL_SOURCE_DIR;
+fs::path const source = SourceTree::dir();
 
 Bytes fileBytes(fs::path const& path) {
    std::ifstream in(path, std::ios::binary);

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "SourceTree.h"
 #include "fuzz/FuzzTargets.h"
 #include "fuzz/StepScenario.h"
 #include "host/scenario/Scenario.h"
@@ -22,7 +23,7 @@ namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 using Json = nlohmann::ordered_json;
 
-fs::path const source = NIMBAL_SOURCE_DIR;
+fs::path const source = SourceTree::dir();
 
 Bytes fileBytes(fs::path const& path) {
    std::ifstream in(path, std::ios::binary);

@@ -19,6 +19,7 @@
 #include "Nimbal/Toggle.h"
 #include "NimbalCentral/ChipInfo.h"
 #include "Oskel/AclTypes.h"
+#include "SourceTree.h"
 #include "unit/AgentBench.h"
 #include "unit/CoppHelperFixture.h"
 #include "unit/HelperSlots.h"
@@ -130,7 +131,7 @@ U32 policyEntry(AgentBench& b) {
 // The TCAM-agent variant as the factory builds it in a process whose toggle is on. Only a
 // fresh process can read the toggle as on: the factory reads it once per process.
 Kiv::Ptr<Nimbal::QosTcamAclHelperV1> tcamVariant(CoppTest::CoppPlatform const& platform) {
-   std::string const dir = std::string(NIMBAL_SOURCE_DIR) + "/tests/unit/toggles/tcam-agent-on";
+   std::string const dir = SourceTree::path("tests/unit/toggles/tcam-agent-on");
    ::setenv(Nimbal::toggleDirEnv, dir.c_str(), 1);
    Kiv::Ptr<Nimbal::QosTcamAclHelperV1> const helper =
        Kiv::ptr_cast<Nimbal::QosTcamAclHelperV1>(platform.viaFactory());

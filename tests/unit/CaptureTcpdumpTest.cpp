@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "CaptureFiles.h"
+#include "SourceTree.h"
 #include "host/traffic/CaptureArrivals.h"
 #include "host/traffic/CaptureSave.h"
 
@@ -14,7 +15,7 @@ namespace {
 
 using namespace NimbalHost;
 
-std::string const example = std::string(NIMBAL_SOURCE_DIR) + "/examples/capture.pcap";
+std::string const example = SourceTree::path("examples/capture.pcap");
 
 // The example's CoPP classes as an operator would write them.
 std::vector<std::string> const classes{"tcp port 179", "ether proto 0x8809", "ether proto 0x88cc",

@@ -10,6 +10,7 @@
 
 #include "Kiv/Activity.h"
 #include "Kiv/Clock.h"
+#include "SourceTree.h"
 #include "fuzz/CoppResourceModel.h"
 #include "host/agent/SimAgent.h"
 #include "host/preflight/Preflight.h"
@@ -155,7 +156,7 @@ TEST_F(CoppResourceModelTest, FollowsTheDemo) {
 
 TEST_F(CoppResourceModelTest, FollowsEveryExample) {
    int examples = 0;
-   for (auto const& entry : std::filesystem::directory_iterator(NIMBAL_SOURCE_DIR "/examples")) {
+   for (auto const& entry : std::filesystem::directory_iterator(SourceTree::path("examples"))) {
       if (entry.path().extension() == ".json") {
          SCOPED_TRACE(entry.path().filename().string());
          expectModelFollowsTheRun(NimbalHost::scenarioFromFile(entry.path().string()));
@@ -205,9 +206,8 @@ TEST_F(CoppResourceModelTest, FollowsRandomScenarios) {
 // preflight, which plays the real library: the oracle the step fuzzer trusts is the product's.
 TEST_F(CoppResourceModelTest, AgreesWithTheDryRunOnVerdictAndStop) {
    std::vector<Scenario> scenarios = {NimbalHost::demoScenario()};
-   for (char const* dir : {"/examples", "/tests/scenarios/abort"}) {
-      for (auto const& entry :
-           std::filesystem::directory_iterator(std::string(NIMBAL_SOURCE_DIR) + dir)) {
+   for (char const* dir : {"examples", "tests/scenarios/abort"}) {
+      for (auto const& entry : std::filesystem::directory_iterator(SourceTree::path(dir))) {
          if (entry.path().extension() == ".json") {
             scenarios.push_back(NimbalHost::scenarioFromFile(entry.path().string()));
          }

@@ -11,6 +11,7 @@
 
 #include "Kiv/Type.h"
 #include "Orvik/IntfNameCmp.h"
+#include "SourceTree.h"
 #include "unit/CoppHelperFixture.h"
 #include "unit/CoppShowVerifyFixture.h"
 
@@ -105,7 +106,7 @@ std::string cpuQName(U32 queue) {
 }
 
 std::string goldenText(std::string const& name) {
-   std::ifstream in(std::string(NIMBAL_SOURCE_DIR) + "/tests/golden/" + name);
+   std::ifstream in(SourceTree::path("tests/golden/" + name));
    EXPECT_TRUE(in.good()) << name;
    std::stringstream text;
    text << in.rdbuf();

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Kiv/Activity.h"
+#include "SourceTree.h"
 #include "host/agent/SimAgent.h"
 #include "host/scenario/Scenario.h"
 
@@ -172,7 +173,7 @@ TEST(FlowTraffic, SameSeedSamePackets) {
 TEST(FlowTraffic, CaptureReplaySaysWhatItReplayed) {
    auto const lines = play(std::string(R"({"traffic": {"seconds": 10, "flows": [
        {"interface": "Ethernet1", "pcap": ")") +
-                           NIMBAL_SOURCE_DIR + R"(/examples/capture.pcap",
+                           SourceTree::path("examples/capture.pcap") + R"(",
         "classes": [{"class": "copp-system-bgp", "filter": "tcp port 179"},
                     {"class": "copp-system-arp", "filter": "arp"}]}]}})");
    auto const r = results(lines);

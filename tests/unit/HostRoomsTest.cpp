@@ -10,11 +10,13 @@
 #include <set>
 #include <string>
 
+#include "SourceTree.h"
+
 namespace fs = std::filesystem;
 
 namespace {
 
-fs::path const hostDir = fs::path(NIMBAL_SOURCE_DIR) / "host";
+fs::path const hostDir = fs::path(SourceTree::path("host"));
 
 // Each host file (relative to the repository) with the host files it includes.
 std::map<std::string, std::set<std::string>> hostIncludes() {

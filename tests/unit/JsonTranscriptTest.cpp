@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "SourceTree.h"
 #include "host/scenario/Demo.h"
 #include "host/scenario/Scenario.h"
 #include "host/scenario/StepText.h"
@@ -38,9 +39,8 @@ std::string simulateJson(std::string const& scenario) {
    std::string const out = ::testing::TempDir() + "json-transcript-" +
                            ::testing::UnitTest::GetInstance()->current_test_info()->name() +
                            ".jsonl";
-   std::string const command = "cd '" NIMBAL_SOURCE_DIR "' && '" NIMBAL_SIM_BINARY
-                               "' --format json " +
-                               scenario + " >'" + out + "'";
+   std::string const command = "cd '" + SourceTree::dir() + "' && '" + SourceTree::simulator() +
+                               "' --format json " + scenario + " >'" + out + "'";
    int const status = std::system(command.c_str());
    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
    std::string text = slurp(out);
@@ -277,11 +277,11 @@ std::string text(Json const& e, NimbalHost::Scenario const& scenario) {
 void expectJsonSaysWhatTextSays(std::string const& example) {
    NimbalHost::Scenario const scenario =
        example.empty() ? NimbalHost::demoScenario()
-                       : NimbalHost::scenarioFromFile(NIMBAL_SOURCE_DIR "/" + example);
+                       : NimbalHost::scenarioFromFile(SourceTree::path(example));
    std::string const expected =
        example.empty()
-           ? slurp(NIMBAL_SOURCE_DIR "/examples/demo.expected")
-           : slurp(NIMBAL_SOURCE_DIR "/" + example.substr(0, example.size() - 5) + ".expected");
+           ? slurp(SourceTree::path("examples/demo.expected"))
+           : slurp(SourceTree::path(example.substr(0, example.size() - 5) + ".expected"));
    ASSERT_FALSE(expected.empty());
    std::istringstream jsonRun(simulateJson(example));
    std::string rebuilt;
@@ -301,7 +301,7 @@ TEST(JsonTranscript, DemoSaysWhatItsTextSays) {
 
 TEST(JsonTranscript, EveryExampleSaysWhatItsTextSays) {
    std::vector<std::string> examples;
-   for (auto const& entry : std::filesystem::directory_iterator(NIMBAL_SOURCE_DIR "/examples")) {
+   for (auto const& entry : std::filesystem::directory_iterator(SourceTree::path("examples"))) {
       if (entry.path().extension() == ".json") {
          examples.push_back("examples/" + entry.path().filename().string());
       }

@@ -7,6 +7,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "SourceTree.h"
+
 namespace SourceScan {
 
 namespace {
@@ -14,7 +16,7 @@ namespace {
 std::string const libraryDir = "NimbalQos";
 
 std::string fileText(std::string const& file) {
-   std::ifstream in(std::string(NIMBAL_SOURCE_DIR) + "/" + file);
+   std::ifstream in(SourceTree::path(file));
    if (!in) {
       throw std::runtime_error("cannot read " + file);
    }
@@ -140,8 +142,7 @@ std::string trimmed(std::string const& s) {
 
 std::vector<std::string> libraryFiles() {
    std::vector<std::string> files;
-   for (auto const& entry :
-        std::filesystem::directory_iterator(std::string(NIMBAL_SOURCE_DIR) + "/" + libraryDir)) {
+   for (auto const& entry : std::filesystem::directory_iterator(SourceTree::path(libraryDir))) {
       std::string const ext = entry.path().extension().string();
       if (ext == ".cpp" || ext == ".h") {
          files.push_back(libraryDir + "/" + entry.path().filename().string());

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <string>
 
+#include "SourceTree.h"
 #include "unit/SimProgram.h"
 
 // nimbal-copp-sim --preflight as an operator runs it: its exit status, its report, and where it
@@ -57,7 +58,7 @@ TEST(PreflightProgram, InvalidScenarioEndsWithOneAndItsLine) {
    ProgramRun const r = run("--preflight tests/scenarios/invalid/unknown-class.json");
    EXPECT_EQ(r.code, 1);
    EXPECT_EQ(r.out, "");
-   EXPECT_EQ(r.err, slurp(NIMBAL_SOURCE_DIR "/tests/scenarios/invalid/unknown-class.stderr"));
+   EXPECT_EQ(r.err, slurp(SourceTree::path("tests/scenarios/invalid/unknown-class.stderr")));
 }
 
 TEST(PreflightProgram, JsonFormatGivesTheSwitchAndThePreflight) {
@@ -111,7 +112,7 @@ TEST(PreflightProgram, VerdictFollowsTheHelperVariantOfTheToggle) {
 TEST(PreflightProgram, ForeseesTheStepInWhichTheAgentStops) {
    int foreseen = 0;
    for (auto const& entry :
-        std::filesystem::directory_iterator(NIMBAL_SOURCE_DIR "/tests/scenarios/abort")) {
+        std::filesystem::directory_iterator(SourceTree::path("tests/scenarios/abort"))) {
       if (entry.path().extension() != ".json") {
          continue;
       }

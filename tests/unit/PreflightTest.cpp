@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Kiv/Activity.h"
+#include "SourceTree.h"
 #include "host/agent/SimAgent.h"
 #include "host/preflight/Preflight.h"
 #include "host/scenario/Demo.h"
@@ -83,7 +84,7 @@ class PreflightTest : public ::testing::Test {
 
 TEST_F(PreflightTest, VerdictOfEveryExampleIsThatOfItsRun) {
    expectVerdictOfTheRun(NimbalHost::demoScenario());
-   for (auto const& entry : std::filesystem::directory_iterator(NIMBAL_SOURCE_DIR "/examples")) {
+   for (auto const& entry : std::filesystem::directory_iterator(SourceTree::path("examples"))) {
       if (entry.path().extension() == ".json") {
          SCOPED_TRACE(entry.path().filename().string());
          expectVerdictOfTheRun(NimbalHost::scenarioFromFile(entry.path().string()));
@@ -119,7 +120,7 @@ TEST_F(PreflightTest, VerdictOfRandomScenariosIsThatOfTheirRuns) {
 
 TEST_F(PreflightTest, VxlanExhaustionNamesTheKeysTheRunLeavesUnpoliced) {
    Scenario const scenario =
-       NimbalHost::scenarioFromFile(NIMBAL_SOURCE_DIR "/examples/vxlan-exhaustion.json");
+       NimbalHost::scenarioFromFile(SourceTree::path("examples/vxlan-exhaustion.json"));
    Preflight const p = NimbalHost::preflight(scenario);
    EXPECT_FALSE(p.fits);
    EXPECT_NE(p.text.find("  step 2 (vxlan on) at 0.000 s: 2 kernel CoPP keys have no VXLAN "
@@ -154,7 +155,7 @@ TEST_F(PreflightTest, VxlanExhaustionNamesTheKeysTheRunLeavesUnpoliced) {
 
 TEST_F(PreflightTest, ReportGivesStartUpAndPeakDemandAgainstThePools) {
    Preflight const p = NimbalHost::preflight(NimbalHost::scenarioFromFile(
-       NIMBAL_SOURCE_DIR "/tests/scenarios/preflight/vxlan-more-keys-than-pool.json"));
+       SourceTree::path("tests/scenarios/preflight/vxlan-more-keys-than-pool.json")));
    EXPECT_FALSE(p.fits);
    for (char const* line :
         {"hardware wanted                       start-up              peak\n",
@@ -176,7 +177,7 @@ TEST_F(PreflightTest, ReportGivesStartUpAndPeakDemandAgainstThePools) {
 
 TEST_F(PreflightTest, KeyListsReadAsRangesAndJsonKeepsEveryKey) {
    Preflight const p = NimbalHost::preflight(NimbalHost::scenarioFromFile(
-       NIMBAL_SOURCE_DIR "/tests/scenarios/preflight/vxlan-more-keys-than-pool.json"));
+       SourceTree::path("tests/scenarios/preflight/vxlan-more-keys-than-pool.json")));
    EXPECT_NE(
        p.text.find("    Ethernet8-Ethernet14 queues 1-16 (CoppSystemBgp-CoppSystemL2Broadcast)\n"),
        std::string::npos)
@@ -195,7 +196,7 @@ TEST_F(PreflightTest, KeyListsReadAsRangesAndJsonKeepsEveryKey) {
 
 TEST_F(PreflightTest, DesignedStopIsReportedNotSuffered) {
    Preflight const p = NimbalHost::preflight(NimbalHost::scenarioFromFile(
-       NIMBAL_SOURCE_DIR "/tests/scenarios/abort/default-policer-over-shrunk-pool.json"));
+       SourceTree::path("tests/scenarios/abort/default-policer-over-shrunk-pool.json")));
    ASSERT_TRUE(p.stopStep);
    EXPECT_EQ(*p.stopStep, 3);
    EXPECT_FALSE(p.fits);
@@ -208,7 +209,7 @@ TEST_F(PreflightTest, DesignedStopIsReportedNotSuffered) {
 
 TEST_F(PreflightTest, InjectedFailureIsPlayedAndNamesTheStepItHit) {
    Preflight const p = NimbalHost::preflight(NimbalHost::scenarioFromFile(
-       NIMBAL_SOURCE_DIR "/tests/scenarios/abort/fatal-sdk-error.json"));
+       SourceTree::path("tests/scenarios/abort/fatal-sdk-error.json")));
    EXPECT_NE(p.text.find("injected: step 2 (fail bcm_field_qualify_CpuQueue -1): the next "
                          "bcm_field_qualify_CpuQueue failed, in step 3 (police"),
              std::string::npos)
@@ -220,7 +221,7 @@ TEST_F(PreflightTest, InjectedFailureIsPlayedAndNamesTheStepItHit) {
 
 TEST_F(PreflightTest, ReportOfWhatFitsSaysSo) {
    Preflight const p = NimbalHost::preflight(
-       NimbalHost::scenarioFromFile(NIMBAL_SOURCE_DIR "/tests/scenarios/preflight/fits.json"));
+       NimbalHost::scenarioFromFile(SourceTree::path("tests/scenarios/preflight/fits.json")));
    EXPECT_TRUE(p.fits);
    EXPECT_EQ(p.text.find("would stay unpoliced"), std::string::npos) << p.text;
    EXPECT_NE(p.text.find("verdict: everything fits\n"), std::string::npos) << p.text;

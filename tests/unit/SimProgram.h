@@ -12,6 +12,8 @@
 #include <sstream>
 #include <string>
 
+#include "SourceTree.h"
+
 namespace SimProgram {
 
 struct ProgramRun {
@@ -36,8 +38,8 @@ inline ProgramRun run(std::string const& args, std::string const& environment = 
                             ::testing::UnitTest::GetInstance()->current_test_info()->name();
    std::string const out = base + ".out";
    std::string const err = base + ".err";
-   std::string const command = "cd '" NIMBAL_SOURCE_DIR "' && " + environment +
-                               " '" NIMBAL_SIM_BINARY "' " + args + " >'" + out + "' 2>'" + err +
+   std::string const command = "cd '" + SourceTree::dir() + "' && " + environment + " '" +
+                               SourceTree::simulator() + "' " + args + " >'" + out + "' 2>'" + err +
                                "'";
    int const status = std::system(command.c_str());
    ProgramRun r;

@@ -12,13 +12,15 @@
 #include <utility>
 #include <vector>
 
+#include "SourceTree.h"
+
 namespace NimbalTestScenarios {
 
 // The files of tests/scenarios/preflight, in name order.
 inline std::vector<std::string> preflightCases() {
    std::vector<std::string> files;
    for (auto const& entry :
-        std::filesystem::directory_iterator(NIMBAL_SOURCE_DIR "/tests/scenarios/preflight")) {
+        std::filesystem::directory_iterator(SourceTree::path("tests/scenarios/preflight"))) {
       if (entry.path().extension() == ".json") {
          files.push_back(entry.path().string());
       }

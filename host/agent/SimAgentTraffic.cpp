@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 
+#include "Kiv/Clock.h"
 #include "Orvik/IntfNameCmp.h"
 #include "host/traffic/CaptureArrivals.h"
 #include "host/traffic/CaptureCheck.h"
@@ -167,16 +168,26 @@ void SimAgent::traffic(step::Traffic const& s) {
    };
    FlowMerge merge(std::move(sources));
    MergedArrival m;
+   // Each packet goes to the chip at its own time; the clock itself is moved only when a timer
+   // falls due, since nothing but the timers reads it between packets, and asking it at every
+   // packet would cost more than the packet.
+   Kiv::Ptr<Kiv::Clock> const clock = Kiv::activityClock();
+   double packetTime = clock->now();
+   double wake = clock->nextWake();
    while (merge.next(m)) {
       FlowRun& run = runs[m.flow];
       std::optional<U32> const queue = run.slotQueue.at(m.arrival.slot);
       if (!queue) {
          continue;
       }
-      advanceTo(m.arrival.time);
+      packetTime = std::max(packetTime, start_ + m.arrival.time);
+      if (packetTime >= wake && packetTime > clock->now()) {
+         clock->nowIs(packetTime);
+         wake = clock->nextWake();
+      }
       step::Flow const& f = flows[m.flow];
-      bool const passed =
-          pktDrv->sendToCpu(run.route->unit, run.route->inPort, *queue, run.route->innerVlan);
+      bool const passed = pktDrv->sendToCpu(run.route->unit, run.route->inPort, *queue,
+                                            run.route->innerVlan, packetTime);
       auto& [offered, allowed] = run.offeredAllowed[*queue];
       ++offered;
       allowed += passed ? 1 : 0;

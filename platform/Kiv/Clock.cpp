@@ -15,22 +15,22 @@ Ptr<Clock> activityClock() {
    return clock;
 }
 
-std::vector<Clock::Notifiee*> Clock::timers() const {
-   std::vector<Notifiee*> out;
+// Walks the notifiee list in place: the clock is asked at every packet of a traffic step, and a
+// list copied per call would cost an allocation each time.
+Clock::Notifiee* Clock::earliestTimer() const {
+   Notifiee* earliest = nullptr;
    for (NotifieeBase* n : notifieeList()) {
-      if (auto* t = dynamic_cast<Notifiee*>(n); t && t->isActive()) {
-         out.push_back(t);
+      auto* t = dynamic_cast<Notifiee*>(n);
+      if (t && t->isActive() && (!earliest || t->timeMin() < earliest->timeMin())) {
+         earliest = t;
       }
    }
-   return out;
+   return earliest;
 }
 
 double Clock::nextWake() const {
-   double earliest = never;
-   for (Notifiee* n : timers()) {
-      earliest = std::min(earliest, n->timeMin());
-   }
-   return earliest;
+   Notifiee const* const earliest = earliestTimer();
+   return earliest ? earliest->timeMin() : never;
 }
 
 void Clock::reset() {
@@ -40,13 +40,8 @@ void Clock::reset() {
 
 void Clock::nowIs(double t) {
    for (;;) {
-      Notifiee* due = nullptr;
-      for (Notifiee* n : timers()) {
-         if (n->timeMin() <= t && (!due || n->timeMin() < due->timeMin())) {
-            due = n;
-         }
-      }
-      if (!due) {
+      Notifiee* const due = earliestTimer();
+      if (!due || !(due->timeMin() <= t)) {
          break;
       }
       double wake = due->timeMin();

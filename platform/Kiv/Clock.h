@@ -25,7 +25,8 @@ class Clock : public Entity {
    double nextWake() const;
 
   private:
-   std::vector<Notifiee*> timers() const;
+   // The active reactor that wakes first (the first listed among equals), or none.
+   Notifiee* earliestTimer() const;
    double now_ = 0.0;
 };
 

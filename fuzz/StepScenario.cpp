@@ -36,6 +36,7 @@ std::vector<int> const pool = {0, 1, 2, 3, 5, 10, 20, 50, 100, 1000};
 std::vector<double> const advances = {0, 0.001, 0.25, 1, 30, 59.999, 60, 61, 120, 3600};
 std::vector<int> const pps = {1, 10, 100, 500, 1000, 5000, 100000};
 std::vector<double> const seconds = {0.001, 0.01, 0.1, 0.5, 1, 2, 10};
+std::vector<int> const burstSizes = {1, 2, 5, 50, 1000};
 
 struct Interface {
    std::string name;
@@ -294,10 +295,53 @@ class Decoder {
       }
    }
 
+   // The one-flow form, or (bit 8) up to three flows at once with their arrival patterns, so
+   // that flows meet in the meters of a port. Either way at most maxTrafficPackets packets.
    Json traffic() {
+      std::uint8_t const b = in_.byte();
+      if (!(b & 8)) {
+         Json t = flow(b);
+         int const rate = in_.pick(pps);
+         t["pps"] = rate;
+         t["seconds"] = std::min(in_.pick(seconds), maxTrafficPackets / rate);
+         return {{"traffic", t}};
+      }
+      std::size_t const count = 1 + in_.below(3);
+      Json list = Json::array();
+      double total = 0;
+      for (std::size_t i = 0; i < count; ++i) {
+         Json f = flow(in_.byte());
+         int const rate = in_.pick(pps);
+         f["pps"] = rate;
+         total += rate;
+         switch (in_.below(5)) {
+            case 0:
+               break;
+            case 1:
+               f["pattern"] = "constant";
+               break;
+            case 2:
+               f["exact"] = true;
+               break;
+            case 3:
+               f["pattern"] = {{"bursts", {{"size", in_.pick(burstSizes)}}}};
+               break;
+            default:
+               f["pattern"] = {{"poisson", {{"seed", in_.byte()}}}};
+               break;
+         }
+         list.push_back(f);
+      }
+      Json t;
+      t["seconds"] = std::min(in_.pick(seconds), maxTrafficPackets / total);
+      t["flows"] = list;
+      return {{"traffic", t}};
+   }
+
+   // Where a flow goes: an interface, and a policed class, a static class or a queue.
+   Json flow(std::uint8_t b) {
       Json t;
       t["interface"] = interface().name;
-      std::uint8_t const b = in_.byte();
       auto const* p = policedPair();
       if ((b & 1) && p) {
          t["class"] = p->second;
@@ -306,13 +350,9 @@ class Decoder {
       } else {
          t["queue"] = in_.below(48);
       }
-      int const rate = in_.pick(pps);
-      double const s = std::min(in_.pick(seconds), maxTrafficPackets / rate);
-      t["pps"] = rate;
-      t["seconds"] = s;
       // Tunnel traffic on a chip with the workaround needs a recirculation interface.
       t["vxlan"] = (b & 4) && (!vxlanWorkaround_ || !recirc_.empty());
-      return {{"traffic", t}};
+      return t;
    }
 
    ByteReader in_;

@@ -2,6 +2,7 @@
 
 // What the traffic steps sent and what became of each packet, kept per flow for the plot.
 
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,9 @@ struct TrafficFlow {
    U32 queue = 0;
    std::string queueName;
    bool vxlan = false;
-   std::vector<TrafficBurst> bursts;
+   // A deque, as are the flows: a traffic step fills the bursts of its flows side by side, and
+   // adding one must not move those it is filling.
+   std::deque<TrafficBurst> bursts;
 
    U64 offered() const;
    U64 dropped() const;
@@ -41,14 +44,14 @@ class TrafficLog {
    // A new burst of the flow; the caller adds a verdict per packet as it sends them.
    TrafficBurst& burstIs(std::string const& interface, U32 queue, std::string const& queueName,
                          bool vxlan, double start, U32 pps);
-   std::vector<TrafficFlow> const& flows() const { return flows_; }
+   std::deque<TrafficFlow> const& flows() const { return flows_; }
 
    // One panel per flow over the time 0 to `timeEnd`: offered, allowed and dropped packets per
    // second, averaged over bins wide enough to hold a few packets of the flow's slowest burst.
    std::vector<PlotPanel> panels(double timeEnd) const;
 
   private:
-   std::vector<TrafficFlow> flows_;
+   std::deque<TrafficFlow> flows_;
 };
 
 // The smallest of 1, 2 or 5 times a power of ten that is at least `seconds`.

@@ -143,6 +143,8 @@ TEST(StepFuzzTarget, EmptyInputIsOneInterfaceAndNoStep) {
 TEST(StepFuzzTarget, DecodedScenariosAreValidBoundedAndNeverEndTheAgentByDesign) {
    std::mt19937 random(20261123);
    std::set<std::string> stepsSeen;
+   std::set<std::string> patternsSeen;
+   int flowSteps = 0;
    for (int input = 0; input < 2000; ++input) {
       Bytes bytes(random() % 200);
       for (auto& b : bytes) {
@@ -171,8 +173,23 @@ TEST(StepFuzzTarget, DecodedScenariosAreValidBoundedAndNeverEndTheAgentByDesign)
          EXPECT_NE(name, "fail");
          if (name == "traffic") {
             Json const& t = step.at("traffic");
-            EXPECT_LE(t.at("pps").get<double>() * t.at("seconds").get<double>(),
-                      NimbalFuzz::maxTrafficPackets + 1e-9);
+            double pps = 0;
+            if (t.contains("flows")) {
+               EXPECT_GE(t.at("flows").size(), 1u);
+               EXPECT_LE(t.at("flows").size(), 3u);
+               ++flowSteps;
+               for (Json const& f : t.at("flows")) {
+                  pps += f.at("pps").get<double>();
+                  patternsSeen.insert(f.contains("exact")     ? "exact"
+                                      : f.contains("pattern") ? f.at("pattern").dump()[0] == '"'
+                                                                    ? "constant"
+                                                                    : f.at("pattern").begin().key()
+                                                              : "default");
+               }
+            } else {
+               pps = t.at("pps").get<double>();
+            }
+            EXPECT_LE(pps * t.at("seconds").get<double>(), NimbalFuzz::maxTrafficPackets + 1e-9);
          }
       }
    }
@@ -187,6 +204,10 @@ TEST(StepFuzzTarget, DecodedScenariosAreValidBoundedAndNeverEndTheAgentByDesign)
    for (std::string const& name : expected) {
       EXPECT_TRUE(stepsSeen.count(name)) << name;
    }
+   // Traffic steps of several flows turn up, with every arrival pattern.
+   EXPECT_GT(flowSteps, 0);
+   EXPECT_EQ(patternsSeen,
+             (std::set<std::string>{"bursts", "constant", "default", "exact", "poisson"}));
 }
 
 }  // namespace

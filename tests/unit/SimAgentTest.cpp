@@ -166,6 +166,37 @@ TEST_F(SimAgentTest, TrafficSpacesItsPacketsOverItsTime) {
                        " dropped " + std::to_string(dropped)));
 }
 
+// Flows of one step fill their plot data side by side, also two flows of one interface and
+// queue: a flow that starts its data must not move the data of the others.
+TEST_F(SimAgentTest, FlowsOfOneStepKeepEachTheirOwnPackets) {
+   start(R"({"traffic": {"seconds": 1, "flows": [
+       {"interface": "Ethernet1", "queue": 7, "pps": 10},
+       {"interface": "Ethernet1", "queue": 7, "pps": 20, "pattern": {"bursts": {"size": 4}}},
+       {"interface": "Ethernet2", "queue": 7, "pps": 30},
+       {"interface": "Ethernet1", "queue": 7, "pps": 40, "pattern": {"poisson": {"seed": 3}}},
+       {"interface": "Ethernet2", "queue": 7, "pps": 50}]}})");
+   play();
+   auto const& flows = agent().traffic().flows();
+   ASSERT_EQ(flows.size(), 2u);
+   std::vector<std::pair<std::string, U64>> got;
+   for (NimbalHost::TrafficFlow const& f : flows) {
+      for (NimbalHost::TrafficBurst const& b : f.bursts) {
+         EXPECT_EQ(b.times.size(), b.dropped.size());
+         EXPECT_TRUE(std::is_sorted(b.times.begin(), b.times.end()));
+         got.emplace_back(f.interface, b.times.size());
+      }
+   }
+   // The Poisson flow sends what its seed draws within the second: around 40.
+   ASSERT_EQ(got.size(), 5u);
+   EXPECT_EQ(got[0], (std::pair<std::string, U64>("Ethernet1", 10)));
+   EXPECT_EQ(got[1], (std::pair<std::string, U64>("Ethernet1", 20)));
+   EXPECT_EQ(got[2].first, "Ethernet1");
+   EXPECT_GT(got[2].second, 20u);
+   EXPECT_LT(got[2].second, 60u);
+   EXPECT_EQ(got[3], (std::pair<std::string, U64>("Ethernet2", 30)));
+   EXPECT_EQ(got[4], (std::pair<std::string, U64>("Ethernet2", 50)));
+}
+
 TEST_F(SimAgentTest, TrafficByClassGoesToTheClassQueue) {
    start(R"({"traffic": {"interface": "Ethernet1", "class": "copp-system-lldp", "pps": 4,
              "seconds": 1}})");

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <optional>
 #include <regex>
 #include <string>
 #include <vector>
@@ -90,26 +93,55 @@ TEST(FlowTraffic, LoneFlowThroughLoneMeterKeepsItsArithmetic) {
    EXPECT_NEAR(r[0].allowed, 30 + 300 * 10, 1);
 }
 
-TEST(FlowTraffic, FloodThroughTwoMetersIsStableUnderPhaseShifts) {
-   // A 5,000 pps flood on a class at 600 pps meets the class meter and the port's default; an
-   // unrelated packet a little earlier on the same port shifts the flood's phase.
+namespace {
+
+// A 5,000 pps flood on a class at 600 pps (a port default of 1,200 pps) for 10 s, after
+// `idle` seconds and, when `before` is set, one packet of another class on the same port that
+// many seconds before the flood. Returns what the flood's class let through.
+long floodAllowed(int idle, std::optional<double> before, std::string const& extra = "") {
+   std::string steps = R"({"police": {"interface": "Ethernet1", "class": "copp-system-bgp",
+                                       "cir": 600, "bc": 60}})";
+   for (int i = 0; i < idle; ++i) {
+      steps += R"(, {"advance": 1})";
+   }
+   if (before) {
+      steps += R"(, {"traffic": {"seconds": )" + std::to_string(*before) +
+               R"(, "flows": [{"interface": "Ethernet1", "queue": 6, "exact": true, "pps": )" +
+               std::to_string(std::lround(1 / *before)) + "}]}}";
+   }
+   steps += R"(, {"traffic": {"seconds": 10, "flows": [)" + flood(5000, extra) + "]}}";
+   auto const r = results(play(steps));
+   return r.empty() ? -1 : r.back().allowed;
+}
+
+}  // namespace
+
+// Each idle second moves the flood to a later step, which draws another jitter.
+TEST(FlowTraffic, FloodThroughTwoMetersDoesNotHangOnTheJitterDrawn) {
    std::vector<long> allowed;
-   for (double shift : {0.0, 0.0001, 0.0002, 0.00037}) {
-      std::string steps = R"({"police": {"interface": "Ethernet1", "class": "copp-system-bgp",
-                                          "cir": 600, "bc": 60}})";
-      if (shift > 0) {
-         steps += R"(, {"traffic": {"interface": "Ethernet1", "queue": 6, "pps": 1,
-                                    "seconds": 1}})";
-      }
-      steps += R"(, {"advance": )" + std::to_string(shift) + "}";
-      steps += R"(, {"traffic": {"seconds": 10, "flows": [)" + flood(5000) + "]}}";
-      auto const r = results(play(steps));
-      ASSERT_FALSE(r.empty());
-      allowed.push_back(r.back().allowed);
+   for (int idle = 0; idle < 5; ++idle) {
+      allowed.push_back(floodAllowed(idle, 0.00005));
    }
    long const lo = *std::min_element(allowed.begin(), allowed.end());
    long const hi = *std::max_element(allowed.begin(), allowed.end());
+   EXPECT_GT(lo, 3000);
    EXPECT_LE(static_cast<double>(hi - lo), 0.03 * static_cast<double>(hi)) << lo << " " << hi;
+}
+
+// Both meters lose a token to every packet of the flood, so their relative phase stays where the
+// port's earlier traffic left it: a packet of another class shortly before the flood moves the
+// default meter's refills away from the class meter's.
+TEST(FlowTraffic, FloodThroughTwoMetersFollowsThePortsEarlierTraffic) {
+   long const fullMeters = floodAllowed(0, std::nullopt);
+   EXPECT_EQ(fullMeters, 60 + 600 * 10 - 1);
+   EXPECT_EQ(floodAllowed(0, std::nullopt, R"(, "exact": true)"), fullMeters);
+   long const near = floodAllowed(0, 0.00005);
+   long const far = floodAllowed(0, 0.0002);
+   EXPECT_LT(near, fullMeters);
+   EXPECT_GT(near, fullMeters / 2);
+   EXPECT_LT(far, fullMeters / 10);
+   // A packet long enough before leaves time for the default meter to fill again.
+   EXPECT_EQ(floodAllowed(0, 0.002), fullMeters);
 }
 
 TEST(FlowTraffic, FlowsOfOnePortShareItsDefaultPolicer) {

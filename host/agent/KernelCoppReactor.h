@@ -21,6 +21,8 @@ class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
    explicit KernelCoppReactor(Nimbal::QosAclHelperV1* helper) : helper_(helper) {}
 
    void onAttribute(Kiv::AttrId attr, std::any const& key) override;
+   // Room for the keys the configuration can hold, so that programming them never rehashes.
+   void keysReserve(std::size_t keys) { programmed_.reserve(keys); }
 
    // Programs what the configuration holds now, in key order: the reactor joins after the
    // agent's start-up has already published the default rates.

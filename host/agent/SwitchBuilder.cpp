@@ -194,6 +194,9 @@ void Switch::tcamManagersIs() {
    // The default-and-VXLAN group needs at most one default and one VXLAN default entry per port
    // and the 512 dynamic VXLAN entries, which the chip's own pool size covers.
    U32 const ports = static_cast<U32>(config_.interfaces.size() + config_.fabricInterfaces.size());
+   // The kernel CoPP configuration holds at most a key per (port, CPU queue): made room for at
+   // once, the start-up publishes without rehashing.
+   kernelCoppConfig_->coppInfoReserve(ports * Nimbal::mmuCpuQueues);
    U32 const perPortQueue =
        std::max(Shim::SimChip::defaultEntryPoolSize, ports * Nimbal::mmuCpuQueues);
    SwitchResources sizes;

@@ -121,6 +121,13 @@ class Collection {
       return it->second;
    }
    bool has(Key const& key) const { return map_.find(key) != map_.end(); }
+   // Room for `n` elements: a known number of keys is then made without rehashing. Where the
+   // elements stand in a walk depends on the room, as it does on the history of the collection.
+   void reserve(std::size_t n) {
+      if constexpr (requires { map_.reserve(n); }) {
+         map_.reserve(n);
+      }
+   }
    std::size_t size() const { return map_.size(); }
    bool empty() const { return map_.empty(); }
 
@@ -167,7 +174,7 @@ using OrderedMap = Collection<Key, Value, std::map<Key, Value>, false>;
 
 // The framework's generated operations of a collection attribute `name`:
 // name(key) looks up, name() counts, nameIs creates or sets, nameDel removes, nameDelAll
-// empties, nameHas tests, nameCol gives the collection for iteration. `owner` is `this`,
+// empties, nameReserve makes room, nameHas tests, nameCol gives the collection for iteration. `owner` is `this`,
 // or nullptr for a collection that nobody observes.
 #define KIV_COLLECTION_OPS(Kind, Key, Value, name, owner) \
   public:                                                 \
@@ -185,6 +192,9 @@ using OrderedMap = Collection<Key, Value, std::map<Key, Value>, false>;
    }                                                      \
    void name##DelAll() {                                  \
       name##_.delAll();                                   \
+   }                                                      \
+   void name##Reserve(std::size_t n) {                    \
+      name##_.reserve(n);                                 \
    }                                                      \
    Kind<Key, Value> const& name##Col() const {            \
       return name##_;                                     \

@@ -33,7 +33,6 @@ Accounts& accounts() {
 namespace {
 
 constexpr std::size_t blockGrain = 8;
-constexpr std::size_t largestBlock = 512;
 constexpr std::size_t slabBytes = 64 * 1024;
 
 struct FreeBlock {

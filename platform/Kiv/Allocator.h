@@ -34,24 +34,28 @@ T* allocate(A&&... args) {
 // aligned; a freed block goes back to the calling thread's list of its size.
 void* blockAllocate(std::size_t size);
 void blockFree(void* block, std::size_t size) noexcept;
+// Larger requests go to the heap.
+inline constexpr std::size_t largestBlock = 512;
 
-// The allocator of the framework's collections: single nodes come from blocks, arrays (a hash
-// table's buckets) from the heap.
+// The allocator of the framework's collections and of the small arrays that records hold by the
+// ten thousand (a chip entry's actions, a statistic's counters): what fits a block comes from
+// the blocks, larger arrays (a big hash table's buckets) from the heap.
 template <class T>
 struct NodeAllocator {
    using value_type = T;
    NodeAllocator() = default;
    template <class U>
    NodeAllocator(NodeAllocator<U> const&) noexcept {}
+   static bool fitsBlock(std::size_t n) { return alignof(T) <= 8 && n <= largestBlock / sizeof(T); }
    T* allocate(std::size_t n) {
-      if (n == 1 && alignof(T) <= 8) {
-         return static_cast<T*>(blockAllocate(sizeof(T)));
+      if (fitsBlock(n)) {
+         return static_cast<T*>(blockAllocate(n * sizeof(T)));
       }
       return std::allocator<T>().allocate(n);
    }
    void deallocate(T* p, std::size_t n) noexcept {
-      if (n == 1 && alignof(T) <= 8) {
-         blockFree(p, sizeof(T));
+      if (fitsBlock(n)) {
+         blockFree(p, n * sizeof(T));
       } else {
          std::allocator<T>().deallocate(p, n);
       }

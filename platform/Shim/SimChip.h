@@ -62,8 +62,10 @@ struct EntryProgram {
 
   private:
    std::array<Qualifier, qualKinds> quals_{};
-   U8 qualsSet_ = 0;                                    // a bit per QualKind
-   std::vector<std::pair<int, ActionParams>> actions_;  // by action
+   U8 qualsSet_ = 0;  // a bit per QualKind
+   // By action; from the framework's blocks, as a switch holds two programs per entry.
+   std::vector<std::pair<int, ActionParams>, Kiv::NodeAllocator<std::pair<int, ActionParams>>>
+       actions_;
 };
 
 struct FieldEntry {
@@ -87,8 +89,10 @@ struct Policer {
 struct FieldStat {
    int id = 0;
    bcm_field_group_t group = 0;
-   std::vector<int> types;
-   std::vector<U64> counts;  // by position in `types`
+   // From the framework's blocks: a chip holds a statistic per entry.
+   using TypeList = std::vector<int, Kiv::NodeAllocator<int>>;
+   TypeList types;
+   std::vector<U64, Kiv::NodeAllocator<U64>> counts;  // by position in `types`
 
    U64* count(int type);
    U64 const* count(int type) const;

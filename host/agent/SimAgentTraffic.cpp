@@ -50,8 +50,10 @@ struct FlowRun {
    std::unique_ptr<CaptureArrivals> capture;
    std::unique_ptr<CaptureSave> save;
    std::map<U32, std::pair<U64, U64>> offeredAllowed;  // by queue
-   std::map<U32, TrafficBurst*> plot;                  // by queue
-   std::optional<U32> firstQueue;                      // a synthetic flow's line, also when empty
+   // Each slot's counts in offeredAllowed once it sent a packet: found once, not per packet.
+   std::vector<std::pair<U64, U64>*> slotCounts;
+   std::map<U32, TrafficBurst*> plot;  // by queue
+   std::optional<U32> firstQueue;      // a synthetic flow's line, also when empty
    ArrivalSource* source() const {
       return capture ? static_cast<ArrivalSource*>(capture.get()) : synthetic.get();
    }
@@ -188,7 +190,14 @@ void SimAgent::traffic(step::Traffic const& s) {
       step::Flow const& f = flows[m.flow];
       bool const passed = pktDrv->sendToCpu(run.route->unit, run.route->inPort, *queue,
                                             run.route->innerVlan, packetTime);
-      auto& [offered, allowed] = run.offeredAllowed[*queue];
+      if (run.slotCounts.size() <= m.arrival.slot) {
+         run.slotCounts.resize(run.slotQueue.size());
+      }
+      std::pair<U64, U64>*& counts = run.slotCounts[m.arrival.slot];
+      if (!counts) {
+         counts = &run.offeredAllowed[*queue];
+      }
+      auto& [offered, allowed] = *counts;
       ++offered;
       allowed += passed ? 1 : 0;
       if (recordTraffic_) {

@@ -62,10 +62,18 @@ bool EntryProgram::matches(PacketFields const& p) const {
    return true;
 }
 
+FieldStat::TypeList FieldStat::types() const {
+   TypeList out;
+   for (Counter const& c : counters) {
+      out.push_back(c.type);
+   }
+   return out;
+}
+
 U64* FieldStat::count(int type) {
-   for (std::size_t i = 0; i < types.size(); ++i) {
-      if (types[i] == type) {
-         return &counts[i];
+   for (Counter& c : counters) {
+      if (c.type == type) {
+         return &c.count;
       }
    }
    return nullptr;

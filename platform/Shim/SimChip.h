@@ -89,11 +89,16 @@ struct Policer {
 struct FieldStat {
    int id = 0;
    bcm_field_group_t group = 0;
-   // From the framework's blocks: a chip holds a statistic per entry.
-   using TypeList = std::vector<int, Kiv::NodeAllocator<int>>;
-   TypeList types;
-   std::vector<U64, Kiv::NodeAllocator<U64>> counts;  // by position in `types`
+   // Each type with its count, in the order created, in one block of the framework's: a chip
+   // holds a statistic per entry, and a read finds type and count together.
+   struct Counter {
+      int type = 0;
+      U64 count = 0;
+   };
+   std::vector<Counter, Kiv::NodeAllocator<Counter>> counters;
 
+   using TypeList = std::vector<int, Kiv::NodeAllocator<int>>;
+   TypeList types() const;
    U64* count(int type);
    U64 const* count(int type) const;
    bcm_field_entry_t entry = 0;

@@ -76,7 +76,7 @@ TEST_F(TcamManagerTest, UnboundedEntryIsCreatedInItsGroupWithTwoStatistics) {
    ASSERT_NE(fe, nullptr);
    EXPECT_EQ(fe->group, 20);
    ASSERT_NE(fe->statId, 0);
-   EXPECT_EQ(chip().stat(0, fe->statId)->types,
+   EXPECT_EQ(chip().stat(0, fe->statId)->types(),
              (Shim::FieldStat::TypeList{Shim::bcmFieldStatPackets, Shim::bcmFieldStatRedPackets}));
    EXPECT_TRUE(copp_->entryHas(0, e));
    EXPECT_EQ(copp_->entryDescription(0, e), "Dynamic Kernel Copp for Ethernet1, copp-system-bgp");

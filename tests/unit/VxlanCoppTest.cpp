@@ -129,7 +129,7 @@ TEST_F(VxlanCopp, EnablingGivesEveryPortADefaultEntryKeyedOnTheInnerVlan) {
       EXPECT_EQ(vxlanEntryMgr()->entryDescription(0, id),
                 "Default Copp (vxlan): " + intf.stringValue());
       EXPECT_EQ(
-          chip().stat(0, e->statId)->types,
+          chip().stat(0, e->statId)->types(),
           Shim::FieldStat::TypeList({Shim::bcmFieldStatPackets, Shim::bcmFieldStatRedPackets}));
    }
    EXPECT_EQ(count(traces.texts(), "syncCoppVxlanDefaultPolicer vxlan enabled: 1"), 1u);

@@ -4,6 +4,7 @@
 #include <set>
 #include <unordered_set>
 
+#include "Kiv/Allocator.h"
 #include "Kiv/Entity.h"
 #include "NimbalQos/NimbalQosProtectionHelper.h"
 #include "Oskel/KernelCoPPConfig.h"
@@ -17,6 +18,9 @@ namespace NimbalHost {
 class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
   public:
    using Key = Oskel::ModIdPortQueueKey;
+   // Found by key only; a switch has tens of thousands, kept in the framework's blocks.
+   using KeySet =
+       std::unordered_set<Key, std::hash<Key>, std::equal_to<Key>, Kiv::NodeAllocator<Key>>;
 
    explicit KernelCoppReactor(Nimbal::QosAclHelperV1* helper) : helper_(helper) {}
 
@@ -30,7 +34,7 @@ class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
    // Tries the failed keys again, in key order; those that left the configuration are dropped.
    void retry();
 
-   std::unordered_set<Key> const& programmed() const { return programmed_; }
+   KeySet const& programmed() const { return programmed_; }
    std::set<Key> const& failed() const { return failed_; }
 
   protected:
@@ -41,8 +45,7 @@ class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
    void create(Key const& key);
 
    Nimbal::QosAclHelperV1* helper_;
-   // Found by key only; a switch has tens of thousands.
-   std::unordered_set<Key> programmed_;
+   KeySet programmed_;
    std::set<Key> failed_;
 };
 

@@ -72,7 +72,7 @@ TEST_F(KernelCoppReactorTest, JoiningProgramsWhatTheConfigurationHoldsInKeyOrder
    reactor.notifierIs(platform.kernelCoppConfig);
    EXPECT_EQ(calls(),
              (std::vector<std::string>{"create (0,1,5)", "create (0,2,1)", "create (1,1,7)"}));
-   EXPECT_EQ(reactor.programmed(), (std::unordered_set<Key>{a, b, c}));
+   EXPECT_EQ(reactor.programmed(), (NimbalHost::KernelCoppReactor::KeySet{a, b, c}));
    EXPECT_TRUE(reactor.failed().empty());
 }
 
@@ -124,7 +124,7 @@ TEST_F(KernelCoppReactorTest, FailedKeyWaitsForTheNextRetry) {
    reactor.retry();
    EXPECT_EQ(calls(), std::vector<std::string>{"create (0,1,5)"});
    EXPECT_TRUE(reactor.failed().empty());
-   EXPECT_EQ(reactor.programmed(), std::unordered_set<Key>{a});
+   EXPECT_EQ(reactor.programmed(), NimbalHost::KernelCoppReactor::KeySet{a});
 
    reactor.retry();
    EXPECT_TRUE(calls().empty());
@@ -138,7 +138,7 @@ TEST_F(KernelCoppReactorTest, ChangedFailedKeyIsCreatedWithoutDestroy) {
    helper->full.clear();
    publish(a, 200);
    EXPECT_EQ(calls(), std::vector<std::string>{"create (0,1,5)"});
-   EXPECT_EQ(reactor.programmed(), std::unordered_set<Key>{a});
+   EXPECT_EQ(reactor.programmed(), NimbalHost::KernelCoppReactor::KeySet{a});
 }
 
 TEST_F(KernelCoppReactorTest, RemovedFailedKeyIsNeitherDestroyedNorRetried) {

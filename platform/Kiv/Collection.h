@@ -174,8 +174,8 @@ using OrderedMap = Collection<Key, Value, std::map<Key, Value>, false>;
 
 // The framework's generated operations of a collection attribute `name`:
 // name(key) looks up, name() counts, nameIs creates or sets, nameDel removes, nameDelAll
-// empties, nameReserve makes room, nameHas tests, nameCol gives the collection for iteration. `owner` is `this`,
-// or nullptr for a collection that nobody observes.
+// empties, nameReserve makes room, nameHas tests, nameCol gives the collection for iteration.
+// `owner` is `this`, or nullptr for a collection that nobody observes.
 #define KIV_COLLECTION_OPS(Kind, Key, Value, name, owner) \
   public:                                                 \
    auto name(Key const& k) const {                        \

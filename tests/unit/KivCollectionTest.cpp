@@ -2,6 +2,7 @@
 
 #include <any>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Kiv/Collection.h"
@@ -119,6 +120,43 @@ TEST_F(KivCollection, OrderedMapDelAtIteratorDuringAWalk) {
    EXPECT_TRUE(owner->inUse(1));
    EXPECT_FALSE(owner->inUseHas(2));
    EXPECT_EQ(observer.seen, std::vector<std::string>({"inUse:2", "inUse:4"}));
+}
+
+TEST_F(KivCollection, ReserveKeepsWhatIsThereAndTellsNobody) {
+   owner->countIs("Ethernet1", 1);
+   owner->recordIs("Ethernet2");
+   observer.seen.clear();
+   owner->countReserve(1000);
+   owner->recordReserve(1000);
+   owner->inUseReserve(1000);  // an ordered map has no room to make
+   EXPECT_EQ(owner->count("Ethernet1"), 1);
+   EXPECT_TRUE(owner->recordHas("Ethernet2"));
+   EXPECT_TRUE(observer.seen.empty());
+}
+
+// The order of a walk is that of the standard hash map given the same room and the same keys:
+// a model that keeps one can tell which keys a walk reaches first.
+TEST_F(KivCollection, WalkOrderIsTheStandardHashMapsForTheSameRoom) {
+   for (std::size_t room : {0, 500}) {
+      Kiv::Ptr<Owner> o(new Owner());
+      std::unordered_map<Orvik::IntfId, int> model;
+      o->countReserve(room);
+      model.reserve(room);
+      for (int i = 0; i < 300; ++i) {
+         Orvik::IntfId const intf("Ethernet" + std::to_string(i * 7 % 301));
+         o->countIs(intf, i);
+         model[intf] = i;
+      }
+      std::vector<std::string> walked;
+      std::vector<std::string> expected;
+      for (auto const& [intf, v] : o->countCol()) {
+         walked.push_back(intf.stringValue());
+      }
+      for (auto const& [intf, v] : model) {
+         expected.push_back(intf.stringValue());
+      }
+      EXPECT_EQ(walked, expected) << room;
+   }
 }
 
 TEST_F(KivCollection, InnerCollectionNotifiesNobody) {

@@ -25,7 +25,7 @@ Agent::Agent(NimbalHost::SwitchConfig const& config) : sw(NimbalHost::buildSwitc
    // Neither the agent nor its benchmarks read the journal of SDK calls.
    sw->sdk().journalLimitIs(0);
    reactor = std::make_unique<NimbalHost::KernelCoppReactor>(sw->helper().ptr());
-   reactor->keysReserve(sw->interfaces().size() * Nimbal::mmuCpuQueues);
+   reactor->keysReserve(sw->portQueueKeys());
    reactor->notifierIs(sw->kernelCoppConfig());
 }
 

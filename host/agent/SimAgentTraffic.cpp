@@ -156,6 +156,7 @@ void SimAgent::traffic(step::Traffic const& s) {
    }
    std::vector<ArrivalSource*> sources;
    for (FlowRun& run : runs) {
+      run.slotCounts.resize(run.slotQueue.size());
       if (run.source() && run.route) {
          sources.push_back(run.source());
       } else {
@@ -190,9 +191,6 @@ void SimAgent::traffic(step::Traffic const& s) {
       step::Flow const& f = flows[m.flow];
       bool const passed = pktDrv->sendToCpu(run.route->unit, run.route->inPort, *queue,
                                             run.route->innerVlan, packetTime);
-      if (run.slotCounts.size() <= m.arrival.slot) {
-         run.slotCounts.resize(run.slotQueue.size());
-      }
       std::pair<U64, U64>*& counts = run.slotCounts[m.arrival.slot];
       if (!counts) {
          counts = &run.offeredAllowed[*queue];

@@ -193,12 +193,11 @@ void Switch::tcamManagersIs() {
    // Large enough unless given: an entry and a meter for every (port, CPU queue) of the switch.
    // The default-and-VXLAN group needs at most one default and one VXLAN default entry per port
    // and the 512 dynamic VXLAN entries, which the chip's own pool size covers.
-   U32 const ports = static_cast<U32>(config_.interfaces.size() + config_.fabricInterfaces.size());
-   // The kernel CoPP configuration holds at most a key per (port, CPU queue): made room for at
-   // once, the start-up publishes without rehashing.
-   kernelCoppConfig_->coppInfoReserve(ports * Nimbal::mmuCpuQueues);
+   // Room made at once for every key the kernel CoPP configuration can hold: the start-up
+   // publishes without rehashing.
+   kernelCoppConfig_->coppInfoReserve(portQueueKeys());
    U32 const perPortQueue =
-       std::max(Shim::SimChip::defaultEntryPoolSize, ports * Nimbal::mmuCpuQueues);
+       std::max(Shim::SimChip::defaultEntryPoolSize, static_cast<U32>(portQueueKeys()));
    SwitchResources sizes;
    sizes.efpCoppEntries = config_.resources.efpCoppEntries.value_or(perPortQueue);
    sizes.efpCoppMeters = config_.resources.efpCoppMeters.value_or(perPortQueue);

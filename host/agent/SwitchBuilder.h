@@ -105,6 +105,10 @@ class Switch {
    Orvik::IntfId intf(NimbalTypes::NimbalPort const& port) const;
    // Front-panel interfaces, then fabric ones, in configuration order.
    std::vector<Orvik::IntfId> interfaces() const;
+   // The most kernel CoPP keys the switch can hold: one per (port, CPU queue).
+   std::size_t portQueueKeys() const {
+      return (config_.interfaces.size() + config_.fabricInterfaces.size()) * Nimbal::mmuCpuQueues;
+   }
    // The units of the modules, ascending, each once.
    std::vector<U16> units() const;
    // The unit of a module, 0 when there is no such module.

@@ -62,8 +62,8 @@ bool EntryProgram::matches(PacketFields const& p) const {
    return true;
 }
 
-FieldStat::TypeList FieldStat::types() const {
-   TypeList out;
+std::vector<int> FieldStat::types() const {
+   std::vector<int> out;
    for (Counter const& c : counters) {
       out.push_back(c.type);
    }

@@ -97,8 +97,7 @@ struct FieldStat {
    };
    std::vector<Counter, Kiv::NodeAllocator<Counter>> counters;
 
-   using TypeList = std::vector<int, Kiv::NodeAllocator<int>>;
-   TypeList types() const;
+   std::vector<int> types() const;
    U64* count(int type);
    U64 const* count(int type) const;
    bcm_field_entry_t entry = 0;

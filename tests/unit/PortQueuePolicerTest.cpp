@@ -94,7 +94,7 @@ TEST_F(PortQueuePolicer, EntryMatchesTheExactSourcePortAndQueueAndIsMetered) {
    EXPECT_EQ(entryMgr()->entryDescription(0, id),
              "Dynamic Kernel Copp for Ethernet5, copp-system-arpresolver");
    EXPECT_EQ(chip().stat(0, e->statId)->types(),
-             Shim::FieldStat::TypeList({Shim::bcmFieldStatPackets, Shim::bcmFieldStatRedPackets}));
+             std::vector<int>({Shim::bcmFieldStatPackets, Shim::bcmFieldStatRedPackets}));
 
    // The queue is held by the CoPP policy map, a control-plane map (0), for its class.
    ASSERT_EQ(sw().mmuSm()->coppPMapName(), "copp-system-policy");

@@ -105,8 +105,8 @@ TEST_F(SwitchBuilder, EveryPortHasAMeteredDefaultEntryOnTheExactSourcePort) {
 
       Shim::FieldStat const* stat = chip().stat(0, e->statId);
       ASSERT_NE(stat, nullptr);
-      EXPECT_EQ(stat->types(), Shim::FieldStat::TypeList(
-                                   {Shim::bcmFieldStatPackets, Shim::bcmFieldStatRedPackets}));
+      EXPECT_EQ(stat->types(),
+                std::vector<int>({Shim::bcmFieldStatPackets, Shim::bcmFieldStatRedPackets}));
    }
    EXPECT_EQ(helper()->portDefaultCoppPolicerHwData(), 8u);
    EXPECT_EQ(chip().metersInUse(0, Switch::efpCoppDefAndVxlanGroupId), 8u);

@@ -77,7 +77,7 @@ TEST_F(TcamManagerTest, UnboundedEntryIsCreatedInItsGroupWithTwoStatistics) {
    EXPECT_EQ(fe->group, 20);
    ASSERT_NE(fe->statId, 0);
    EXPECT_EQ(chip().stat(0, fe->statId)->types(),
-             (Shim::FieldStat::TypeList{Shim::bcmFieldStatPackets, Shim::bcmFieldStatRedPackets}));
+             (std::vector<int>{Shim::bcmFieldStatPackets, Shim::bcmFieldStatRedPackets}));
    EXPECT_TRUE(copp_->entryHas(0, e));
    EXPECT_EQ(copp_->entryDescription(0, e), "Dynamic Kernel Copp for Ethernet1, copp-system-bgp");
    EXPECT_EQ(groupMgr_->tcamEntryMgr(e), Kiv::Ptr<NimbalTcamEntryManager>(copp_));

@@ -128,9 +128,8 @@ TEST_F(VxlanCopp, EnablingGivesEveryPortADefaultEntryKeyedOnTheInnerVlan) {
       EXPECT_EQ(policer->config.ckbits_burst(), 100u);
       EXPECT_EQ(vxlanEntryMgr()->entryDescription(0, id),
                 "Default Copp (vxlan): " + intf.stringValue());
-      EXPECT_EQ(
-          chip().stat(0, e->statId)->types(),
-          Shim::FieldStat::TypeList({Shim::bcmFieldStatPackets, Shim::bcmFieldStatRedPackets}));
+      EXPECT_EQ(chip().stat(0, e->statId)->types(),
+                std::vector<int>({Shim::bcmFieldStatPackets, Shim::bcmFieldStatRedPackets}));
    }
    EXPECT_EQ(count(traces.texts(), "syncCoppVxlanDefaultPolicer vxlan enabled: 1"), 1u);
    EXPECT_FALSE(machine()->vxlanEntryExhausted());

@@ -40,6 +40,7 @@ void QosAclHelperV1::showCoppIntfCountersHw(U32 socket) {
    int const fd = static_cast<int>(socket);
    __dprintf_chk(fd, 1, "Interface              Queue           Hits\n");
    __dprintf_chk(fd, 1, "----------------------------------------------------\n");
+   std::vector<std::pair<U32, U32>> queueTotals;
    for (auto const& [intf, counterData] : coppIntfCounterDataCol()) {
       NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf);
       char const* const intfName = intf.stringValue().c_str();
@@ -50,11 +51,17 @@ void QosAclHelperV1::showCoppIntfCountersHw(U32 socket) {
                        static_cast<long long>(defaultHits));
          intfPrinted = true;
       }
+      // The interface's totals are all read before its rows are written: the reads, each a
+      // walk through the entry manager and the chip, then overlap instead of each waiting
+      // behind the previous row's write.
+      queueTotals.clear();
       for (auto const& [queue, swCounter] : counterData->qCounterColCol()) {
          // Kept to 32 bits as the table has always shown it: a total that wraps to 0 is not
          // shown.
-         U32 const total = static_cast<U32>(swCounter.pktHits()) +
-                           static_cast<U32>(getIntfQueueCoppPolicerPktHits(port, queue));
+         queueTotals.push_back({queue, static_cast<U32>(swCounter.pktHits()) +
+                                           static_cast<U32>(getIntfQueueCoppPolicerPktHits(port, queue))});
+      }
+      for (auto const& [queue, total] : queueTotals) {
          if (total == 0) {
             continue;
          }
@@ -81,11 +88,18 @@ void QosAclHelperV1::showCoppIntfCountersSw(U32 socket) {
       intfNames.push_back(intf.stringValue());
    }
    std::sort(intfNames.begin(), intfNames.end(), Orvik::intfNameCmp);
+   struct QueueCounts {
+      U32 queue;
+      U64 dropped;
+      U64 allowed;  // since the last full clear
+   };
+   std::vector<QueueCounts> queueCounts;
    for (Kiv::String const& intfName : intfNames) {
       Orvik::IntfId const intf(intfName);
       NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf);
       Kiv::Ptr<NimbalQosCoppIntfCounterData> const counterData = coppIntfCounterData(intf);
-      bool intfPrinted = false;
+      // Read first, then written, as in the hardware table.
+      queueCounts.clear();
       for (auto const& [queue, swCounter] : counterData->qCounterColCol()) {
          auto const [drop, allowed] =
              pktDrv()->getDdeCoppCounters(port.unit(), port.logicalPort(), queue);
@@ -96,14 +110,17 @@ void QosAclHelperV1::showCoppIntfCountersSw(U32 socket) {
          // The snapshot keeps drop + allowed as its packet hits: what was allowed at the clear
          // is pktHits - drop. Unsigned and wrapping, like every counter read against a
          // snapshot.
-         U64 const dropped = drop - snapshot.drop();
-         U64 const allowedSinceClear = allowed + snapshot.drop() - snapshot.pktHits();
-         if (dropped == 0 && allowedSinceClear == 0) {
+         queueCounts.push_back(
+             {queue, drop - snapshot.drop(), allowed + snapshot.drop() - snapshot.pktHits()});
+      }
+      bool intfPrinted = false;
+      for (QueueCounts const& c : queueCounts) {
+         if (c.dropped == 0 && c.allowed == 0) {
             continue;
          }
          __dprintf_chk(fd, 1, "%-15s %-26s %15lld %15lld\n", intfPrinted ? "" : intfName.c_str(),
-                       cpuQName(mmuSm(), queue), static_cast<long long>(dropped),
-                       static_cast<long long>(allowedSinceClear));
+                       cpuQName(mmuSm(), c.queue), static_cast<long long>(c.dropped),
+                       static_cast<long long>(c.allowed));
          intfPrinted = true;
       }
    }

@@ -86,7 +86,7 @@ class NimbalTcamEntryManager : public Kiv::Entity {
    };
    using UnitEntry = std::pair<U32, U32>;
    struct UnitEntryHash {
-      std::size_t operator()(UnitEntry const& k) const {
+      std::size_t operator()(UnitEntry const& k) const noexcept {
          return std::hash<U64>()((U64(k.first) << 32) | k.second);
       }
    };

@@ -38,7 +38,8 @@ inline std::ostream& operator<<(std::ostream& os, ModIdPortQueueKey const& k) {
 
 template <>
 struct std::hash<Oskel::ModIdPortQueueKey> {
-   std::size_t operator()(Oskel::ModIdPortQueueKey const& k) const {
+   // Cheap and noexcept: the hash tables keyed by it keep no hash code in each node.
+   std::size_t operator()(Oskel::ModIdPortQueueKey const& k) const noexcept {
       return (std::size_t(k.modId()) << 42) ^ (std::size_t(k.port()) << 16) ^ k.queue();
    }
 };

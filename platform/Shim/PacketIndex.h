@@ -41,7 +41,7 @@ class PacketIndex {
       bool operator==(Triple const&) const = default;
    };
    struct TripleHash {
-      std::size_t operator()(Triple const& t) const {
+      std::size_t operator()(Triple const& t) const noexcept {
          U64 h = (U64(t.port) << 32) ^ (U64(t.cpuQueue) << 16) ^ t.innerVlan;
          h ^= h >> 29;
          h *= 0xbf58476d1ce4e5b9ULL;

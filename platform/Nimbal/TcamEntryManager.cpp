@@ -33,7 +33,7 @@ U32 NimbalTcamEntryManager::entryAllocate(U32 unit, std::optional<U32> entry,
    KIV_ASSERT(rc == ::Shim::BCM_E_NONE);
 
    EntryRecord record;
-   record.description = std::move(description);
+   record.description = Kiv::BlockString(description);
    record.requestKey = requestKey;
    std::vector<Shim::bcm_field_stat_t> types = statTypes.list();
    if (!types.empty()) {
@@ -169,7 +169,7 @@ U32 NimbalTcamEntryManager::compressions(U32 unit) const {
 
 Kiv::String NimbalTcamEntryManager::entryDescription(U32 unit, U32 entry) const {
    auto it = entries_.find({unit, entry});
-   return it == entries_.end() ? Kiv::String() : it->second.description;
+   return it == entries_.end() ? Kiv::String() : it->second.description.string();
 }
 
 RequestKey NimbalTcamEntryManager::entryRequestKey(U32 unit, U32 entry) const {

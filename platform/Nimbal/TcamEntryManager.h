@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Kiv/Allocator.h"
+#include "Kiv/BlockString.h"
 #include "Kiv/Entity.h"
 #include "Nimbal/StatTypes.h"
 #include "Nimbal/TcamRequestKey.h"
@@ -74,7 +75,7 @@ class NimbalTcamEntryManager : public Kiv::Entity {
 
   private:
    struct EntryRecord {
-      Kiv::String description;
+      Kiv::BlockString description;
       RequestKey requestKey;
       int statId = 0;
       U32 policer = 0;

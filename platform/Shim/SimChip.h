@@ -40,8 +40,19 @@ struct ActionParams {
 // What an entry says. An entry has two: the one being edited and the one written to hardware
 // by the last install. Kept small: a switch holds tens of thousands of them.
 struct EntryProgram {
+   EntryProgram() = default;
+   EntryProgram(EntryProgram const& o);
+   EntryProgram& operator=(EntryProgram const& o);
+   ~EntryProgram();
+
    std::array<bcm_policer_t, 2> policer{0, 0};  // by level; 0 is none
    int priority = 0;
+
+  private:
+   U8 qualsSet_ = 0;  // a bit per QualKind
+   U16 actionCount_ = 0;
+
+  public:
    // Port bitmaps are rare and large: shared between the two programs, never changed in place.
    std::shared_ptr<PortsQualifier const> inPorts;
 
@@ -61,11 +72,13 @@ struct EntryProgram {
    bool matches(PacketFields const& p) const;
 
   private:
+   using Action = std::pair<int, ActionParams>;
+   Action const* actionsEnd() const { return actions_ + actionCount_; }
+
    std::array<Qualifier, qualKinds> quals_{};
-   U8 qualsSet_ = 0;  // a bit per QualKind
-   // By action; from the framework's blocks, as a switch holds two programs per entry.
-   std::vector<std::pair<int, ActionParams>, Kiv::NodeAllocator<std::pair<int, ActionParams>>>
-       actions_;
+   // By action, in one block of the framework's: a switch holds two programs per entry, and a
+   // pointer with its count beside the qualifiers keeps the program small.
+   Action* actions_ = nullptr;
 };
 
 struct FieldEntry {
@@ -89,18 +102,26 @@ struct Policer {
 struct FieldStat {
    int id = 0;
    bcm_field_group_t group = 0;
-   // Each type with its count, in the order created, in one block of the framework's: a chip
-   // holds a statistic per entry, and a read finds type and count together.
+   bcm_field_entry_t entry = 0;
+
+   // The types counted, in the order given, each starting at 0.
+   void typesIs(int n, int const* types);
+   std::vector<int> types() const;
+   U64* count(int type);
+   U64 const* count(int type) const;
+
+  private:
    struct Counter {
       int type = 0;
       U64 count = 0;
    };
-   std::vector<Counter, Kiv::NodeAllocator<Counter>> counters;
-
-   std::vector<int> types() const;
-   U64* count(int type);
-   U64 const* count(int type) const;
-   bcm_field_entry_t entry = 0;
+   // A CoPP entry's two types sit in the statistic itself, so that a read finds them there; a
+   // statistic of more types keeps the rest apart.
+   static constexpr int inlineCounters = 2;
+   Counter* counter(int i) { return i < inlineCounters ? &inline_[i] : &more_[i - inlineCounters]; }
+   int types_ = 0;
+   std::array<Counter, inlineCounters> inline_{};
+   std::unique_ptr<Counter[]> more_;
 };
 
 struct FieldGroup {

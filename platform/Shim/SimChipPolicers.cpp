@@ -141,10 +141,7 @@ int SimChip::statCreate(int unit, bcm_field_group_t group, int nstat, int const*
    FieldStat& s = u->stats[id];
    s.id = id;
    s.group = group;
-   s.counters.reserve(static_cast<std::size_t>(nstat));
-   for (int i = 0; i < nstat; ++i) {
-      s.counters.push_back({types[i], 0});
-   }
+   s.typesIs(nstat, types);
    *statId = id;
    return BCM_E_NONE;
 }

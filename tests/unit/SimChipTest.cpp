@@ -552,6 +552,61 @@ TEST_F(SimChipTest, StatisticsCountOnlyTheirTypesAndFollowTheirEntry) {
    EXPECT_EQ(sdk().bcm_field_stat_get(0, stat, bcmFieldStatPackets, &v), BCM_E_NOT_FOUND);
 }
 
+TEST_F(SimChipTest, AStatisticOfMoreTypesCountsEachApart) {
+   bcm_field_stat_t types[] = {bcmFieldStatRedPackets, bcmFieldStatPackets,
+                               static_cast<bcm_field_stat_t>(3), static_cast<bcm_field_stat_t>(4)};
+   newEntry();
+   int stat = 0;
+   ASSERT_EQ(sdk().bcm_field_stat_create(0, 7, 4, types, &stat), BCM_E_NONE);
+   FieldStat const* s = chip().stat(0, stat);
+   ASSERT_NE(s, nullptr);
+   EXPECT_EQ(s->types(), (std::vector<int>{7, 1, 3, 4}));
+   // Each type has a count of its own.
+   FieldStat* counts = const_cast<FieldStat*>(s);
+   for (int type : {7, 1, 3, 4}) {
+      ASSERT_NE(counts->count(type), nullptr);
+      *counts->count(type) = static_cast<U64>(type * 10);
+   }
+   for (int type : {7, 1, 3, 4}) {
+      U64 v = 0;
+      EXPECT_EQ(sdk().bcm_field_stat_get(0, stat, static_cast<bcm_field_stat_t>(type), &v),
+                BCM_E_NONE);
+      EXPECT_EQ(v, static_cast<U64>(type * 10));
+   }
+   U64 v = 0;
+   EXPECT_EQ(sdk().bcm_field_stat_get(0, stat, static_cast<bcm_field_stat_t>(5), &v), BCM_E_PARAM);
+   EXPECT_EQ(sdk().bcm_field_stat_destroy(0, stat), BCM_E_NONE);
+}
+
+TEST(SimChipEntryProgram, ActionsStayInOrderAndCopiesAreTheirOwn) {
+   EntryProgram p;
+   EXPECT_FALSE(p.hasAction(bcmFieldActionRpDrop));
+   p.actionIs(bcmFieldActionRpDrop, {1, 2});
+   p.actionIs(bcmFieldActionCopyToCpu, {3, 4});
+   p.actionIs(bcmFieldActionDrop, {5, 6});
+   p.actionIs(bcmFieldActionRpDrop, {7, 8});  // again: replaces
+   EXPECT_EQ(p.action(bcmFieldActionRpDrop), std::optional(ActionParams{7, 8}));
+   EXPECT_EQ(p.action(bcmFieldActionCopyToCpu), std::optional(ActionParams{3, 4}));
+   EXPECT_EQ(p.action(bcmFieldActionDrop), std::optional(ActionParams{5, 6}));
+   EXPECT_EQ(p.action(99), std::nullopt);
+
+   EntryProgram q(p);
+   q.actionIs(bcmFieldActionDrop, {9, 9});
+   q.actionIs(99, {1, 1});
+   EXPECT_EQ(p.action(bcmFieldActionDrop), std::optional(ActionParams{5, 6}));
+   EXPECT_FALSE(p.hasAction(99));
+   EXPECT_EQ(q.action(99), std::optional(ActionParams{1, 1}));
+
+   p = q;
+   EXPECT_EQ(p.action(bcmFieldActionDrop), std::optional(ActionParams{9, 9}));
+   p = EntryProgram();
+   EXPECT_FALSE(p.hasAction(bcmFieldActionRpDrop));
+   EXPECT_TRUE(q.hasAction(bcmFieldActionRpDrop));
+   EntryProgram const& same = q;
+   q = same;
+   EXPECT_EQ(q.action(bcmFieldActionCopyToCpu), std::optional(ActionParams{3, 4}));
+}
+
 TEST_F(SimChipTest, StatisticsAreCountedUntilDestroyed) {
    bcm_field_stat_t types[] = {bcmFieldStatPackets};
    int first = 0;

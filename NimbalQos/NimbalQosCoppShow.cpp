@@ -27,10 +27,10 @@ NimbalTypes::NimbalPort counterIntfPort(Kiv::Ptr<NimbalCommonSmData const> const
 }
 
 // The display name of a CPU queue; the port-queue code keeps counters only for known queues.
-char const* cpuQName(Kiv::Ptr<MmuConfigSm> const& mmuSm, U32 queue) {
-   Kiv::Ptr<MmuCpuQ> const cpuQ = mmuSm->cpuQColl()->cpuQ(queue);
-   KIV_ASSERT(cpuQ);
-   return cpuQ->name().c_str();
+char const* cpuQName(MmuCpuQColl const& cpuQs, U32 queue) {
+   auto const it = cpuQs.cpuQCol().findIter(queue);
+   KIV_ASSERT(it != cpuQs.cpuQCol().end() && it->second);
+   return it->second->name().c_str();
 }
 
 }  // namespace
@@ -40,6 +40,7 @@ void QosAclHelperV1::showCoppIntfCountersHw(U32 socket) {
    int const fd = static_cast<int>(socket);
    __dprintf_chk(fd, 1, "Interface              Queue           Hits\n");
    __dprintf_chk(fd, 1, "----------------------------------------------------\n");
+   Kiv::Ptr<MmuCpuQColl const> const cpuQs = mmuSm()->cpuQColl();
    std::vector<std::pair<U32, U32>> queueTotals;
    for (auto const& [intf, counterData] : coppIntfCounterDataCol()) {
       NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf);
@@ -65,7 +66,7 @@ void QosAclHelperV1::showCoppIntfCountersHw(U32 socket) {
          if (total == 0) {
             continue;
          }
-         char const* const queueName = cpuQName(mmuSm(), queue);
+         char const* const queueName = cpuQName(*cpuQs, queue);
          if (!intfPrinted) {
             __dprintf_chk(fd, 1, "%-15s %-20s %15lld \n", intfName, queueName,
                           static_cast<long long>(total));
@@ -94,6 +95,7 @@ void QosAclHelperV1::showCoppIntfCountersSw(U32 socket) {
       U64 allowed;  // since the last full clear
    };
    std::vector<QueueCounts> queueCounts;
+   Kiv::Ptr<MmuCpuQColl const> const cpuQs = mmuSm()->cpuQColl();
    for (Kiv::String const& intfName : intfNames) {
       Orvik::IntfId const intf(intfName);
       NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf);
@@ -119,7 +121,7 @@ void QosAclHelperV1::showCoppIntfCountersSw(U32 socket) {
             continue;
          }
          __dprintf_chk(fd, 1, "%-15s %-26s %15lld %15lld\n", intfPrinted ? "" : intfName.c_str(),
-                       cpuQName(mmuSm(), c.queue), static_cast<long long>(c.dropped),
+                       cpuQName(*cpuQs, c.queue), static_cast<long long>(c.dropped),
                        static_cast<long long>(c.allowed));
          intfPrinted = true;
       }

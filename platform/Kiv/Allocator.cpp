@@ -33,18 +33,22 @@ Accounts& accounts() {
 namespace {
 
 constexpr std::size_t blockGrain = 8;
-constexpr std::size_t slabBytes = 64 * 1024;
+constexpr std::size_t slabBytes = 16 * 1024;
 
 struct FreeBlock {
    FreeBlock* next;
 };
 
-// One thread's blocks. Slabs are never given back: a block may be freed by another thread, or
-// outlive the code that made it, and must stay valid memory wherever it goes.
+// One thread's blocks, each size from slabs of its own: records made one after the other (an
+// interface's queue counters, the entries of a boot) lie side by side, and a walk through them
+// in the order they were made reads memory in order. Slabs are never given back: a block may
+// be freed by another thread, or outlive the code that made it, and must stay valid memory
+// wherever it goes.
 struct BlockLists {
-   FreeBlock* free[largestBlock / blockGrain + 1] = {};
-   char* slabNext = nullptr;
-   char* slabEnd = nullptr;
+   static constexpr std::size_t sizes = largestBlock / blockGrain + 1;
+   FreeBlock* free[sizes] = {};
+   char* slabNext[sizes] = {};
+   char* slabEnd[sizes] = {};
    std::size_t inUse = 0;
 };
 
@@ -60,19 +64,21 @@ Slabs& slabs() {
 
 thread_local BlockLists blockLists;
 
-void* newBlock(BlockLists& lists, std::size_t bytes) {
-   if (static_cast<std::size_t>(lists.slabEnd - lists.slabNext) < bytes) {
+void* newBlock(BlockLists& lists, std::size_t grains) {
+   std::size_t const bytes = grains * blockGrain;
+   char*& next = lists.slabNext[grains];
+   if (static_cast<std::size_t>(lists.slabEnd[grains] - next) < bytes) {
       char* slab = static_cast<char*>(::operator new(slabBytes));
       {
          auto& s = slabs();
          std::lock_guard<std::mutex> lock(s.mutex);
          s.slabs.push_back(slab);
       }
-      lists.slabNext = slab;
-      lists.slabEnd = slab + slabBytes;
+      next = slab;
+      lists.slabEnd[grains] = slab + slabBytes;
    }
-   void* block = lists.slabNext;
-   lists.slabNext += bytes;
+   void* block = next;
+   next += bytes;
    return block;
 }
 
@@ -94,7 +100,7 @@ void* blockAllocate(std::size_t size) {
       lists.free[grains] = block->next;
       return block;
    }
-   return newBlock(lists, grains * blockGrain);
+   return newBlock(lists, grains);
 #endif
 }
 

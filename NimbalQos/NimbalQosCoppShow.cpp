@@ -29,8 +29,9 @@ NimbalTypes::NimbalPort counterIntfPort(Kiv::Ptr<NimbalCommonSmData const> const
 // The display name of a CPU queue; the port-queue code keeps counters only for known queues.
 char const* cpuQName(MmuCpuQColl const& cpuQs, U32 queue) {
    auto const it = cpuQs.cpuQCol().findIter(queue);
-   KIV_ASSERT(it != cpuQs.cpuQCol().end() && it->second);
-   return it->second->name().c_str();
+   MmuCpuQ const* const cpuQ = it == cpuQs.cpuQCol().end() ? nullptr : it->second.ptr();
+   KIV_ASSERT(cpuQ);
+   return cpuQ->name().c_str();
 }
 
 }  // namespace

@@ -12,38 +12,50 @@ TypeDesc const* Entity::fwkType() const {
 
 Entity::~Entity() {
    // Reactors outlive their notifier only when they hold no handle on it; unbind them.
-   for (NotifieeBase* n : notifiees_) {
+   for (NotifieeBase* n : notifieeList()) {
       n->notifierBase_ = nullptr;
    }
 }
 
+std::vector<NotifieeBase*> const& Entity::notifieeList() const {
+   static std::vector<NotifieeBase*> const none;
+   return notifiees_ ? *notifiees_ : none;
+}
+
 void Entity::notifieeAdd(NotifieeBase* n) const {
-   notifiees_.push_back(n);
+   if (!notifiees_) {
+      notifiees_ = std::make_unique<std::vector<NotifieeBase*>>();
+   }
+   notifiees_->push_back(n);
 }
 
 void Entity::notifieeDel(NotifieeBase* n) const {
-   auto it = std::find(notifiees_.begin(), notifiees_.end(), n);
-   if (it != notifiees_.end()) {
-      notifiees_.erase(it);
+   if (!notifiees_) {
+      return;
+   }
+   auto it = std::find(notifiees_->begin(), notifiees_->end(), n);
+   if (it != notifiees_->end()) {
+      notifiees_->erase(it);
    }
 }
 
 template <class F>
 void Entity::forEachNotifiee(F&& f) const {
-   if (!notificationActive_ || notifiees_.empty()) {
+   if (!hasObservers()) {
       return;
    }
+   std::vector<NotifieeBase*> const& notifiees = *notifiees_;
    // One reactor, the usual case: nothing is walked after it reacts.
-   if (notifiees_.size() == 1) {
-      if (notifiees_.front()->isActive()) {
-         f(notifiees_.front());
+   if (notifiees.size() == 1) {
+      if (notifiees.front()->isActive()) {
+         f(notifiees.front());
       }
       return;
    }
    // A reactor may detach itself or others while it reacts: walk a copy and skip the gone.
-   std::vector<NotifieeBase*> snapshot = notifiees_;
+   std::vector<NotifieeBase*> snapshot = notifiees;
    for (NotifieeBase* n : snapshot) {
-      if (std::find(notifiees_.begin(), notifiees_.end(), n) == notifiees_.end()) {
+      if (std::find(notifiees.begin(), notifiees.end(), n) == notifiees.end()) {
          continue;
       }
       if (n->isActive()) {

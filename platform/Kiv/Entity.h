@@ -1,6 +1,7 @@
 #pragma once
 
 #include <any>
+#include <memory>
 #include <vector>
 
 #include "Kiv/Ptr.h"
@@ -31,13 +32,13 @@ class Entity : public PtrInterface {
    // collection attribute. Nothing is told while notifications are off.
    void notify(AttrId attr) const;
    void notify(AttrId attr, std::any const& key) const;
-   bool hasObservers() const { return notificationActive_ && !notifiees_.empty(); }
+   bool hasObservers() const { return notificationActive_ && notifiees_ && !notifiees_->empty(); }
 
-   std::size_t notifiees() const { return notifiees_.size(); }
+   std::size_t notifiees() const { return notifiees_ ? notifiees_->size() : 0; }
 
   protected:
    ~Entity() override;
-   std::vector<NotifieeBase*> const& notifieeList() const { return notifiees_; }
+   std::vector<NotifieeBase*> const& notifieeList() const;
 
   private:
    friend class NotifieeBase;
@@ -46,7 +47,9 @@ class Entity : public PtrInterface {
    template <class F>
    void forEachNotifiee(F&& f) const;
 
-   mutable std::vector<NotifieeBase*> notifiees_;
+   // Made with the first reactor: most entities are records made by the ten thousand that no
+   // reactor watches, and a pointer keeps them small.
+   mutable std::unique_ptr<std::vector<NotifieeBase*>> notifiees_;
    bool notificationActive_ = false;
    bool markedForDeletion_ = false;
 };

@@ -192,4 +192,33 @@ TEST_F(KivCollection, NotifieeKeepsItsNotifierAlive) {
    EXPECT_EQ(owner->notifiees(), 1u);
 }
 
+TEST_F(KivCollection, AnEntityThatNobodyWatchesHasNoReactorList) {
+   // Records come by the ten thousand: what an entity holds for its reactors is one pointer
+   // until one comes.
+   EXPECT_LE(sizeof(Kiv::Entity), 4 * sizeof(void*));
+   Kiv::Ptr<Owner> const quiet(new Owner());
+   EXPECT_EQ(quiet->notifiees(), 0u);
+   EXPECT_FALSE(quiet->hasObservers());
+   quiet->countIs("Ethernet1", 1);  // told to nobody, and nothing breaks
+
+   Observer first;
+   Observer second;
+   first.notifierIs(quiet);
+   second.notifierIs(quiet);
+   EXPECT_EQ(quiet->notifiees(), 2u);
+   quiet->countIs("Ethernet1", 2);
+   EXPECT_EQ(first.seen, (std::vector<std::string>{"count:Ethernet1"}));
+   EXPECT_EQ(second.seen, first.seen);
+   first.notifierIs(nullptr);
+   second.notifierIs(nullptr);
+   EXPECT_EQ(quiet->notifiees(), 0u);
+   EXPECT_FALSE(quiet->hasObservers());
+   quiet->countIs("Ethernet1", 3);
+   EXPECT_EQ(first.seen.size(), 1u);
+   // A list once made serves a later reactor.
+   first.notifierIs(quiet);
+   quiet->countIs("Ethernet1", 4);
+   EXPECT_EQ(first.seen.size(), 2u);
+}
+
 }  // namespace

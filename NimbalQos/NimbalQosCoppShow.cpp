@@ -42,7 +42,6 @@ void QosAclHelperV1::showCoppIntfCountersHw(U32 socket) {
    __dprintf_chk(fd, 1, "Interface              Queue           Hits\n");
    __dprintf_chk(fd, 1, "----------------------------------------------------\n");
    Kiv::Ptr<MmuCpuQColl const> const cpuQs = mmuSm()->cpuQColl();
-   std::vector<std::pair<U32, U32>> queueTotals;
    for (auto const& [intf, counterData] : coppIntfCounterDataCol()) {
       NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf);
       char const* const intfName = intf.stringValue().c_str();
@@ -53,17 +52,11 @@ void QosAclHelperV1::showCoppIntfCountersHw(U32 socket) {
                        static_cast<long long>(defaultHits));
          intfPrinted = true;
       }
-      // The interface's totals are all read before its rows are written: the reads, each a
-      // walk through the entry manager and the chip, then overlap instead of each waiting
-      // behind the previous row's write.
-      queueTotals.clear();
       for (auto const& [queue, swCounter] : counterData->qCounterColCol()) {
          // Kept to 32 bits as the table has always shown it: a total that wraps to 0 is not
          // shown.
-         queueTotals.push_back({queue, static_cast<U32>(swCounter.pktHits()) +
-                                           static_cast<U32>(getIntfQueueCoppPolicerPktHits(port, queue))});
-      }
-      for (auto const& [queue, total] : queueTotals) {
+         U32 const total = static_cast<U32>(swCounter.pktHits()) +
+                           static_cast<U32>(getIntfQueueCoppPolicerPktHits(port, queue));
          if (total == 0) {
             continue;
          }
@@ -90,19 +83,12 @@ void QosAclHelperV1::showCoppIntfCountersSw(U32 socket) {
       intfNames.push_back(intf.stringValue());
    }
    std::sort(intfNames.begin(), intfNames.end(), Orvik::intfNameCmp);
-   struct QueueCounts {
-      U32 queue;
-      U64 dropped;
-      U64 allowed;  // since the last full clear
-   };
-   std::vector<QueueCounts> queueCounts;
    Kiv::Ptr<MmuCpuQColl const> const cpuQs = mmuSm()->cpuQColl();
    for (Kiv::String const& intfName : intfNames) {
       Orvik::IntfId const intf(intfName);
       NimbalTypes::NimbalPort const port = counterIntfPort(scsd(), intf);
       Kiv::Ptr<NimbalQosCoppIntfCounterData> const counterData = coppIntfCounterData(intf);
-      // Read first, then written, as in the hardware table.
-      queueCounts.clear();
+      bool intfPrinted = false;
       for (auto const& [queue, swCounter] : counterData->qCounterColCol()) {
          auto const [drop, allowed] =
              pktDrv()->getDdeCoppCounters(port.unit(), port.logicalPort(), queue);
@@ -113,17 +99,14 @@ void QosAclHelperV1::showCoppIntfCountersSw(U32 socket) {
          // The snapshot keeps drop + allowed as its packet hits: what was allowed at the clear
          // is pktHits - drop. Unsigned and wrapping, like every counter read against a
          // snapshot.
-         queueCounts.push_back(
-             {queue, drop - snapshot.drop(), allowed + snapshot.drop() - snapshot.pktHits()});
-      }
-      bool intfPrinted = false;
-      for (QueueCounts const& c : queueCounts) {
-         if (c.dropped == 0 && c.allowed == 0) {
+         U64 const dropped = drop - snapshot.drop();
+         U64 const allowedSinceClear = allowed + snapshot.drop() - snapshot.pktHits();
+         if (dropped == 0 && allowedSinceClear == 0) {
             continue;
          }
          __dprintf_chk(fd, 1, "%-15s %-26s %15lld %15lld\n", intfPrinted ? "" : intfName.c_str(),
-                       cpuQName(*cpuQs, c.queue), static_cast<long long>(c.dropped),
-                       static_cast<long long>(c.allowed));
+                       cpuQName(*cpuQs, queue), static_cast<long long>(dropped),
+                       static_cast<long long>(allowedSinceClear));
          intfPrinted = true;
       }
    }

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "Kiv/Allocator.h"
 #include "Kiv/Entity.h"
 #include "Shim/SimChip.h"
 
@@ -34,7 +35,11 @@ class PktDrv : public Kiv::Entity {
 
   private:
    using Key = std::tuple<U32, U32, U32>;
-   std::map<Key, std::pair<U64, U64>> counters_;
+   // Nodes from the framework's blocks: made as packets first come, port by port, they lie in
+   // about the order a show of every queue reads them.
+   std::map<Key, std::pair<U64, U64>, std::less<Key>,
+            Kiv::NodeAllocator<std::pair<Key const, std::pair<U64, U64>>>>
+       counters_;
    std::vector<unsigned int> cpuQCounterResets_;
    Shim::PacketResult lastPacket_;
 };

@@ -1,31 +1,24 @@
 #pragma once
 
 #include <string_view>
-#include <utility>
 
+#include "Kiv/BlockArray.h"
 #include "Kiv/Types.h"
 
 namespace Kiv {
 
 // Text that records keep by the ten thousand (a TCAM entry's description): one pointer in the
-// record, the length and the characters in one block of the framework's, no heap call.
+// record, the length and the characters in one block of the framework's.
 class BlockString {
   public:
    BlockString() = default;
-   explicit BlockString(std::string_view text);
-   BlockString(BlockString const& o) : BlockString(o.view()) {}
-   BlockString(BlockString&& o) noexcept : block_(o.block_) { o.block_ = nullptr; }
-   BlockString& operator=(BlockString o) noexcept {
-      std::swap(block_, o.block_);
-      return *this;
-   }
-   ~BlockString();
+   explicit BlockString(std::string_view text) : chars_(text.data(), text.size()) {}
 
-   std::string_view view() const;
+   std::string_view view() const { return {chars_.begin(), chars_.size()}; }
    String string() const { return String(view()); }
 
   private:
-   char* block_ = nullptr;  // a U32 length, then the characters
+   BlockArray<char> chars_;
 };
 
 }  // namespace Kiv

@@ -2,7 +2,6 @@
 // a chip holds one of each per entry.
 
 #include <algorithm>
-#include <memory>
 
 #include "Shim/SimChip.h"
 
@@ -14,78 +13,23 @@ void EntryProgram::qualifierIs(QualKind k, Qualifier q) {
    qualsSet_ = static_cast<U8>(qualsSet_ | (1u << i));
 }
 
-namespace {
-
-using Action = std::pair<int, ActionParams>;
-
-Action* actionsCopy(Action const* from, std::size_t n) {
-   if (n == 0) {
-      return nullptr;
-   }
-   auto* to = static_cast<Action*>(Kiv::blockAllocate(n * sizeof(Action)));
-   std::uninitialized_copy(from, from + n, to);
-   return to;
-}
-
-}  // namespace
-
-EntryProgram::EntryProgram(EntryProgram const& o)
-    : policer(o.policer),
-      priority(o.priority),
-      qualsSet_(o.qualsSet_),
-      actionCount_(o.actionCount_),
-      inPorts(o.inPorts),
-      quals_(o.quals_),
-      actions_(actionsCopy(o.actions_, o.actionCount_)) {}
-
-EntryProgram& EntryProgram::operator=(EntryProgram const& o) {
-   if (this != &o) {
-      EntryProgram copy(o);
-      std::swap(policer, copy.policer);
-      std::swap(priority, copy.priority);
-      std::swap(qualsSet_, copy.qualsSet_);
-      std::swap(actionCount_, copy.actionCount_);
-      std::swap(inPorts, copy.inPorts);
-      std::swap(quals_, copy.quals_);
-      std::swap(actions_, copy.actions_);
-   }
-   return *this;
-}
-
-EntryProgram::~EntryProgram() {
-   if (actions_) {
-      Kiv::blockFree(actions_, actionCount_ * sizeof(Action));
-   }
-}
-
 std::optional<ActionParams> EntryProgram::action(int action) const {
-   Action const* it = std::lower_bound(static_cast<Action const*>(actions_), actionsEnd(), action,
-                                       [](auto const& a, int id) { return a.first < id; });
-   if (it == actionsEnd() || it->first != action) {
+   auto it = std::lower_bound(actions_.begin(), actions_.end(), action,
+                              [](auto const& a, int id) { return a.first < id; });
+   if (it == actions_.end() || it->first != action) {
       return std::nullopt;
    }
    return it->second;
 }
 
 void EntryProgram::actionIs(int action, ActionParams params) {
-   Action* it = std::lower_bound(actions_, actions_ + actionCount_, action,
-                                 [](auto const& a, int id) { return a.first < id; });
-   if (it != actionsEnd() && it->first == action) {
+   auto it = std::lower_bound(actions_.begin(), actions_.end(), action,
+                              [](auto const& a, int id) { return a.first < id; });
+   if (it != actions_.end() && it->first == action) {
       it->second = params;
-      return;
+   } else {
+      actions_.insert(it, {action, params});
    }
-   // Actions are few and set once: the block is made again one larger.
-   std::size_t const at = static_cast<std::size_t>(it - actions_);
-   std::size_t const n = actionCount_;
-   auto* grown = static_cast<Action*>(Kiv::blockAllocate((n + 1) * sizeof(Action)));
-   std::uninitialized_copy(actions_, actions_ + at, grown);
-   grown[at] = {action, params};
-   std::uninitialized_copy(actions_ + at, actions_ + n, grown + at + 1);
-   if (actions_) {
-      Kiv::blockFree(actions_, n * sizeof(Action));
-   }
-   actions_ = grown;
-   actionCount_ = static_cast<U16>(n + 1);
 }
 
 bool EntryProgram::matches(PacketFields const& p) const {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Kiv/Allocator.h"
+#include "Kiv/BlockArray.h"
 #include "Shim/BcmTypes.h"
 #include "Shim/Meter.h"
 #include "Shim/PacketIndex.h"
@@ -40,17 +41,11 @@ struct ActionParams {
 // What an entry says. An entry has two: the one being edited and the one written to hardware
 // by the last install. Kept small: a switch holds tens of thousands of them.
 struct EntryProgram {
-   EntryProgram() = default;
-   EntryProgram(EntryProgram const& o);
-   EntryProgram& operator=(EntryProgram const& o);
-   ~EntryProgram();
-
    std::array<bcm_policer_t, 2> policer{0, 0};  // by level; 0 is none
    int priority = 0;
 
   private:
    U8 qualsSet_ = 0;  // a bit per QualKind
-   U16 actionCount_ = 0;
 
   public:
    // Port bitmaps are rare and large: shared between the two programs, never changed in place.
@@ -72,13 +67,9 @@ struct EntryProgram {
    bool matches(PacketFields const& p) const;
 
   private:
-   using Action = std::pair<int, ActionParams>;
-   Action const* actionsEnd() const { return actions_ + actionCount_; }
-
    std::array<Qualifier, qualKinds> quals_{};
-   // By action, in one block of the framework's: a switch holds two programs per entry, and a
-   // pointer with its count beside the qualifiers keeps the program small.
-   Action* actions_ = nullptr;
+   // By action, in one block of the framework's: a switch holds two programs per entry.
+   Kiv::BlockArray<std::pair<int, ActionParams>> actions_;
 };
 
 struct FieldEntry {

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -53,12 +56,131 @@ TEST(KivBlocks, AFreedBlockIsTheNextOneOfItsSize) {
    if (!blocksFromSlabs()) {
       GTEST_SKIP() << "blocks come from the heap in this build";
    }
-   void* first = Kiv::blockAllocate(40);
-   void* other = Kiv::blockAllocate(48);
-   Kiv::blockFree(first, 40);
-   EXPECT_EQ(Kiv::blockAllocate(40), first);
-   Kiv::blockFree(first, 40);
-   Kiv::blockFree(other, 48);
+   std::thread([] {
+      void* first = Kiv::blockAllocate(40);
+      void* other = Kiv::blockAllocate(48);
+      Kiv::blockFree(first, 40);
+      EXPECT_EQ(Kiv::blockAllocate(40), first);
+      Kiv::blockFree(first, 40);
+      Kiv::blockFree(other, 48);
+   }).join();
+}
+
+// Blocks of one size, made in a thread of its own so that no earlier block is free.
+std::vector<char*> madeInOrder(std::size_t n, std::size_t size) {
+   std::vector<char*> blocks;
+   for (std::size_t i = 0; i < n; ++i) {
+      blocks.push_back(static_cast<char*>(Kiv::blockAllocate(size)));
+   }
+   return blocks;
+}
+
+// Addresses as numbers: a failed comparison prints them, not what they point to.
+std::vector<std::uintptr_t> addresses(std::vector<char*> const& blocks) {
+   std::vector<std::uintptr_t> a;
+   for (char* b : blocks) {
+      a.push_back(reinterpret_cast<std::uintptr_t>(b));
+   }
+   return a;
+}
+
+TEST(KivBlocks, BlocksFreedInAnyOrderAreGivenAgainInTheOrderTheyWereMade) {
+   if (!blocksFromSlabs()) {
+      GTEST_SKIP() << "blocks come from the heap in this build";
+   }
+   std::thread([] {
+      // Enough for several slabs: the order holds across them.
+      std::vector<char*> const made = madeInOrder(2000, 32);
+      // Freed in an order of their own, as a hash table frees its nodes.
+      for (std::size_t i = 0; i < made.size(); ++i) {
+         Kiv::blockFree(made[(i * 7919) % made.size()], 32);
+      }
+      std::vector<char*> const again = madeInOrder(made.size(), 32);
+      EXPECT_EQ(addresses(again), addresses(made));
+      for (char* block : again) {
+         Kiv::blockFree(block, 32);
+      }
+      EXPECT_EQ(Kiv::blockBytesInUse(), 0u);
+   }).join();
+}
+
+TEST(KivBlocks, TheEarliestFreeBlockIsGivenFirst) {
+   if (!blocksFromSlabs()) {
+      GTEST_SKIP() << "blocks come from the heap in this build";
+   }
+   std::thread([] {
+      std::vector<char*> const made = madeInOrder(1500, 56);
+      // Freed in no order: the earliest comes back first, whichever slab it is in.
+      Kiv::blockFree(made[3], 56);
+      Kiv::blockFree(made[1400], 56);
+      Kiv::blockFree(made[700], 56);
+      EXPECT_EQ(Kiv::blockAllocate(56), static_cast<void*>(made[3]));
+      EXPECT_EQ(Kiv::blockAllocate(56), static_cast<void*>(made[700]));
+      EXPECT_EQ(Kiv::blockAllocate(56), static_cast<void*>(made[1400]));
+      // None free: the next is a new one, not one in use.
+      char* const next = static_cast<char*>(Kiv::blockAllocate(56));
+      EXPECT_EQ(std::count(made.begin(), made.end(), next), 0);
+      Kiv::blockFree(next, 56);
+      for (char* block : made) {
+         Kiv::blockFree(block, 56);
+      }
+      EXPECT_EQ(Kiv::blockBytesInUse(), 0u);
+   }).join();
+}
+
+TEST(KivBlocks, EveryBlockOfASlabIsGivenOnceAndKeepsItsBytes) {
+   if (!blocksFromSlabs()) {
+      GTEST_SKIP() << "blocks come from the heap in this build";
+   }
+   std::thread([] {
+      // Each size the blocks serve, a few slabs' worth: no two blocks overlap.
+      for (std::size_t size = 8; size <= Kiv::largestBlock; size += 8) {
+         std::size_t const n = 3 * 16 * 1024 / size;
+         std::vector<char*> made = madeInOrder(n, size);
+         for (std::size_t i = 0; i < n; ++i) {
+            std::memset(made[i], static_cast<int>(i % 251), size);
+         }
+         for (std::size_t i = 0; i < n; ++i) {
+            ASSERT_EQ(made[i][0], static_cast<char>(i % 251)) << size;
+            ASSERT_EQ(made[i][size - 1], static_cast<char>(i % 251)) << size;
+         }
+         std::vector<std::uintptr_t> sorted = addresses(made);
+         std::sort(sorted.begin(), sorted.end());
+         for (std::size_t i = 1; i < n; ++i) {
+            ASSERT_GE(sorted[i], sorted[i - 1] + size) << size;
+         }
+         // Every other block freed and made again: the same blocks come back, in order.
+         std::vector<char*> freed;
+         for (std::size_t i = 0; i < n; i += 2) {
+            Kiv::blockFree(made[i], size);
+            freed.push_back(made[i]);
+         }
+         EXPECT_EQ(addresses(madeInOrder(freed.size(), size)), addresses(freed)) << size;
+         for (char* block : made) {
+            Kiv::blockFree(block, size);
+         }
+      }
+      EXPECT_EQ(Kiv::blockBytesInUse(), 0u);
+   }).join();
+}
+
+TEST(KivBlocks, ABlockFreedByAnotherThreadServesThatThread) {
+   if (!blocksFromSlabs()) {
+      GTEST_SKIP() << "blocks come from the heap in this build";
+   }
+   void* block = nullptr;
+   std::thread([&] { block = Kiv::blockAllocate(64); }).join();
+   std::thread([&] {
+      // Its maker is gone; the block is still memory, and this thread's next of its size.
+      Kiv::blockFree(block, 64);
+      void* const again = Kiv::blockAllocate(64);
+      EXPECT_EQ(again, block);
+      std::memset(again, 1, 64);
+      void* const next = Kiv::blockAllocate(64);
+      EXPECT_NE(next, block);
+      Kiv::blockFree(next, 64);
+      Kiv::blockFree(again, 64);
+   }).join();
 }
 
 }  // namespace

@@ -45,13 +45,13 @@ constexpr std::size_t chunkBytes = 64 * slabBytes;
 // heap that has been freed and used again hands out its blocks in the same order as a new one,
 // so records made one after the other lie side by side however the last ones were freed.
 struct Slab {
-   Slab* next;       // the next slab of its size, in the order made
    U64 owner;        // the lists of the thread that made it
    U32 order;        // its place among the slabs of its size
    U32 blocksAt;     // offset of the first block
    U32 blockBytes;
    U32 freeBlocks;
    U32 firstWord;    // no word below it has a free block
+   U32 words;
    U64 reciprocal;   // ceil(2^32 / grains): a block's index without a division
    // Then the bits: as many words as the slab has blocks, in 64s.
 };
@@ -65,10 +65,15 @@ struct FreeBlock {
    FreeBlock* next;
 };
 
+// The slabs of one size in the order made, and a bit per slab, set while it has a free block:
+// the earliest slab with room is found by its bit, without walking the full ones.
 struct SizeClass {
-   Slab* last = nullptr;
-   Slab* lowestFree = nullptr;  // no earlier slab has a free block; may itself be full
-   U32 slabs = 0;
+   Slab* current = nullptr;  // the earliest slab with a free block, if known
+   Slab** slabs = nullptr;
+   U64* withRoom = nullptr;
+   U32 count = 0;
+   U32 capacity = 0;  // in slabs, a multiple of 64
+   U32 firstWord = 0;  // no word of withRoom below it has a bit set
    // Blocks of another thread's slabs freed by this thread: given before any slab's.
    FreeBlock* foreign = nullptr;
 };
@@ -77,7 +82,7 @@ struct SizeClass {
 // interface's queue counters, the entries of a boot) lie side by side, and a walk through them
 // in the order they were made reads memory in order. Slabs are never given back: a block may
 // be freed by another thread, or outlive the code that made it, and must stay valid memory
-// wherever it goes.
+// wherever it goes. Plain data only: blocks are freed during static destruction too.
 struct BlockLists {
    SizeClass classes[sizes] = {};
    U64 id = 0;
@@ -86,18 +91,36 @@ struct BlockLists {
    std::size_t inUse = 0;
 };
 
-// Every chunk, so that what the blocks hold stays reachable to leak checkers.
+// Every chunk and every thread's lists, so that what the blocks hold stays reachable to leak
+// checkers.
 struct Chunks {
    std::mutex mutex;
    std::vector<void*> chunks;
-   U64 lastListsId = 0;
+   std::vector<BlockLists*> lists;
 };
 Chunks& chunks() {
    static auto* c = new Chunks();  // lives past static destructors
    return *c;
 }
 
-thread_local BlockLists blockLists;
+// A thread's lists are made on its first block and kept: a block may outlive its thread. The
+// handle is one word of static thread storage, reached without a call.
+__attribute__((tls_model("initial-exec"))) thread_local BlockLists* threadLists = nullptr;
+
+BlockLists& newThreadLists() {
+   auto* lists = new BlockLists();
+   auto& c = chunks();
+   std::lock_guard<std::mutex> lock(c.mutex);
+   c.lists.push_back(lists);
+   lists->id = c.lists.size();
+   threadLists = lists;
+   return *lists;
+}
+
+BlockLists& blockLists() {
+   BlockLists* const lists = threadLists;
+   return __builtin_expect(lists != nullptr, 1) ? *lists : newThreadLists();
+}
 
 char* newSlabMemory(BlockLists& lists) {
    if (lists.chunkNext == lists.chunkEnd) {
@@ -105,15 +128,30 @@ char* newSlabMemory(BlockLists& lists) {
       auto& c = chunks();
       std::lock_guard<std::mutex> lock(c.mutex);
       c.chunks.push_back(chunk);
-      if (lists.id == 0) {
-         lists.id = ++c.lastListsId;
-      }
       lists.chunkNext = chunk;
       lists.chunkEnd = chunk + chunkBytes;
    }
    char* slab = lists.chunkNext;
    lists.chunkNext += slabBytes;
    return slab;
+}
+
+// Room for 64 more slabs in a class's tables.
+void growClass(SizeClass& sizeClass) {
+   U32 const capacity = sizeClass.capacity + 64;
+   auto** slabs = new Slab*[capacity]();
+   auto* withRoom = new U64[capacity / 64]();
+   for (U32 i = 0; i < sizeClass.count; ++i) {
+      slabs[i] = sizeClass.slabs[i];
+   }
+   for (U32 w = 0; w < sizeClass.capacity / 64; ++w) {
+      withRoom[w] = sizeClass.withRoom[w];
+   }
+   delete[] sizeClass.slabs;
+   delete[] sizeClass.withRoom;
+   sizeClass.slabs = slabs;
+   sizeClass.withRoom = withRoom;
+   sizeClass.capacity = capacity;
 }
 
 std::size_t slabWords(std::size_t blocks) {
@@ -126,45 +164,64 @@ Slab* newSlab(BlockLists& lists, SizeClass& sizeClass, std::size_t grains) {
    while (slabHeaderBytes + slabWords(blocks) * 8 + blocks * blockBytes > slabBytes) {
       --blocks;
    }
+   if (sizeClass.count == sizeClass.capacity) {
+      growClass(sizeClass);
+   }
    auto* slab = reinterpret_cast<Slab*>(newSlabMemory(lists));
-   slab->next = nullptr;
    slab->owner = lists.id;
-   slab->order = sizeClass.slabs++;
+   slab->order = sizeClass.count++;
    slab->blocksAt = static_cast<U32>(slabHeaderBytes + slabWords(blocks) * 8);
    slab->blockBytes = static_cast<U32>(blockBytes);
-   slab->reciprocal = ((U64(1) << 32) + grains - 1) / grains;
    slab->freeBlocks = static_cast<U32>(blocks);
    slab->firstWord = 0;
+   slab->words = static_cast<U32>(slabWords(blocks));
+   slab->reciprocal = ((U64(1) << 32) + grains - 1) / grains;
    U64* const words = freeBits(slab);
-   for (std::size_t w = 0; w < slabWords(blocks); ++w) {
+   for (std::size_t w = 0; w < slab->words; ++w) {
       std::size_t const left = blocks - w * 64;
       words[w] = left >= 64 ? ~U64(0) : (U64(1) << left) - 1;
    }
-   if (sizeClass.last) {
-      sizeClass.last->next = slab;
+   sizeClass.slabs[slab->order] = slab;
+   sizeClass.withRoom[slab->order / 64] |= U64(1) << (slab->order % 64);
+   return slab;
+}
+
+// The earliest slab with a free block, or a new one.
+Slab* slabWithRoom(BlockLists& lists, SizeClass& sizeClass, std::size_t grains) {
+   U32 const tableWords = sizeClass.capacity / 64;
+   U32 w = sizeClass.firstWord;
+   while (w < tableWords && sizeClass.withRoom[w] == 0) {
+      ++w;
    }
-   sizeClass.last = slab;
+   Slab* slab = nullptr;
+   if (w < tableWords) {
+      slab = sizeClass.slabs[w * 64 + static_cast<U32>(__builtin_ctzll(sizeClass.withRoom[w]))];
+   } else {
+      slab = newSlab(lists, sizeClass, grains);
+      w = slab->order / 64;
+   }
+   sizeClass.firstWord = w;
+   sizeClass.current = slab;
    return slab;
 }
 
 void* slabBlock(BlockLists& lists, SizeClass& sizeClass, std::size_t grains) {
-   Slab* slab = sizeClass.lowestFree;
-   while (slab && slab->freeBlocks == 0) {
-      slab = slab->next;
-   }
+   Slab* slab = sizeClass.current;
    if (!slab) {
-      slab = newSlab(lists, sizeClass, grains);
+      slab = slabWithRoom(lists, sizeClass, grains);
    }
-   sizeClass.lowestFree = slab;
    U64* const words = freeBits(slab);
    U32 word = slab->firstWord;
    while (words[word] == 0) {
       ++word;
    }
-   slab->firstWord = word;
    U64 const bits = words[word];
    words[word] = bits & (bits - 1);
-   --slab->freeBlocks;
+   slab->firstWord = words[word] == 0 ? word + 1 : word;
+   if (--slab->freeBlocks == 0) {
+      sizeClass.withRoom[slab->order / 64] &= ~(U64(1) << (slab->order % 64));
+      sizeClass.current = nullptr;
+   }
    std::size_t const index = word * 64 + static_cast<std::size_t>(__builtin_ctzll(bits));
    return reinterpret_cast<char*>(slab) + slab->blocksAt + index * slab->blockBytes;
 }
@@ -175,12 +232,19 @@ void slabFree(SizeClass& sizeClass, Slab* slab, void* block) {
    auto const index = static_cast<U32>(((offset / blockGrain) * slab->reciprocal) >> 32);
    U32 const word = index / 64;
    freeBits(slab)[word] |= U64(1) << (index % 64);
-   ++slab->freeBlocks;
    if (word < slab->firstWord) {
       slab->firstWord = word;
    }
-   if (!sizeClass.lowestFree || slab->order < sizeClass.lowestFree->order) {
-      sizeClass.lowestFree = slab;
+   if (slab->freeBlocks++ == 0) {
+      sizeClass.withRoom[slab->order / 64] |= U64(1) << (slab->order % 64);
+      if (slab->order / 64 < sizeClass.firstWord) {
+         sizeClass.firstWord = slab->order / 64;
+      }
+      // An earlier slab than the one in use takes the next block; with none in use, the
+      // search finds the earliest.
+      if (sizeClass.current && slab->order < sizeClass.current->order) {
+         sizeClass.current = slab;
+      }
    }
 }
 
@@ -196,7 +260,7 @@ void* blockAllocate(std::size_t size) {
       return ::operator new(size);
    }
    std::size_t const grains = (size + blockGrain - 1) / blockGrain;
-   BlockLists& lists = blockLists;
+   BlockLists& lists = blockLists();
    lists.inUse += grains * blockGrain;
    SizeClass& sizeClass = lists.classes[grains];
    if (FreeBlock* block = sizeClass.foreign) {
@@ -217,7 +281,7 @@ void blockFree(void* block, std::size_t size) noexcept {
       return;
    }
    std::size_t const grains = (size + blockGrain - 1) / blockGrain;
-   BlockLists& lists = blockLists;
+   BlockLists& lists = blockLists();
    lists.inUse -= grains * blockGrain;
    SizeClass& sizeClass = lists.classes[grains];
    auto* slab = reinterpret_cast<Slab*>(reinterpret_cast<std::uintptr_t>(block) & ~(slabBytes - 1));
@@ -245,7 +309,7 @@ std::size_t blockBytesInUse() {
 #ifdef KIV_BLOCKS_FROM_THE_HEAP
    return 0;
 #else
-   return blockLists.inUse;
+   return blockLists().inUse;
 #endif
 }
 

@@ -1,27 +1,52 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <thread>
 
 namespace Kiv {
 
-// The agent's activity lock: held by the event loop while it runs handlers.
+// The agent's activity lock: held by the event loop while it runs handlers. Released and taken
+// back around every direct SDK call, tens of thousands of times a boot: the path with nobody
+// waiting is a few inline instructions and one atomic operation each way.
 class ActivityLock {
   public:
    void lock();
    void unlock();
-   bool held() const;
+   bool held() const { return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
    int depth() const { return depth_; }
 
   private:
    friend class UnlockAnchor;
-   // Every level at once, and back: one mutex operation each way around an SDK call.
-   int releaseAll();
-   void retake(int depth);
+   // Every level at once, and back: one operation on the word each way around an SDK call.
+   int releaseAll() {
+      int const depth = depth_;
+      depth_ = 0;
+      owner_.store(std::thread::id(), std::memory_order_relaxed);
+      give();
+      return depth;
+   }
+   void retake(int depth) {
+      take();
+      owner_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+      depth_ = depth;
+   }
+   // The word: 0 free, 1 taken, 2 taken and someone may be waiting.
+   void take() {
+      int expected = 0;
+      if (!word_.compare_exchange_strong(expected, 1, std::memory_order_acquire)) {
+         wait(expected);
+      }
+   }
+   void give() {
+      if (word_.exchange(0, std::memory_order_release) == 2) {
+         wake();
+      }
+   }
+   void wait(int seen);
+   void wake();
 
-   std::mutex mutex_;
-   // Read without the mutex by threads asking whether they hold the lock.
+   std::atomic<int> word_{0};
+   // Read without the lock by threads asking whether they hold it.
    std::atomic<std::thread::id> owner_{};
    int depth_ = 0;
 };
@@ -31,8 +56,13 @@ ActivityLock& activityLock();
 // Releases the lock for its scope and takes it back on every way out of the scope.
 class UnlockAnchor {
   public:
-   explicit UnlockAnchor(ActivityLock& lock);
-   ~UnlockAnchor();
+   explicit UnlockAnchor(ActivityLock& lock)
+       : lock_(lock), released_(lock.held() ? lock.releaseAll() : 0) {}
+   ~UnlockAnchor() {
+      if (released_ > 0) {
+         lock_.retake(released_);
+      }
+   }
    UnlockAnchor(UnlockAnchor const&) = delete;
    UnlockAnchor& operator=(UnlockAnchor const&) = delete;
 

@@ -43,12 +43,23 @@ void KernelCoppReactor::retry() {
 
 void KernelCoppReactor::handle(Key const& key) {
    Kiv::Ptr<Oskel::KernelCoPPConfig const> const config = notifier();
-   failed_.erase(key);
-   if (programmed_.erase(key)) {
+   if (!failed_.empty()) {
+      failed_.erase(key);
+   }
+   if (!config || !config->coppInfoHas(key)) {
+      if (programmed_.erase(key)) {
+         helper_->destroyCoppPolicerByPortQueue(key);
+      }
+      return;
+   }
+   // A new key is entered as programmed with the one lookup that tells whether it was; a
+   // create that fails takes it out again.
+   if (!programmed_.insert(key).second) {
       helper_->destroyCoppPolicerByPortQueue(key);
    }
-   if (config && config->coppInfoHas(key)) {
-      create(key);
+   if (!helper_->createCoppPolicerByPortQueue(key)) {
+      programmed_.erase(key);
+      failed_.insert(key);
    }
 }
 

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <tuple>
+#include <vector>
 
 #include "Nimbal/NimbalCommonSmData.h"
 #include "Nimbal/Toggle.h"
@@ -27,6 +29,32 @@ TEST(NimbalPort, OrderedByModuleUnitThenPort) {
    EXPECT_TRUE(NimbalPort(0, 0, 5) < NimbalPort(0, 0, 6));
    EXPECT_TRUE(NimbalPort(0, 1, 1) < NimbalPort(1, 0, 0));
    EXPECT_FALSE(NimbalPort(0, 0, 5) < NimbalPort(0, 0, 5));
+}
+
+TEST(NimbalPort, TheFourthWordBreaksTiesOnlyAndEveryPairOrdersAsItsFields) {
+   using NimbalTypes::NimbalPort;
+   EXPECT_TRUE(NimbalPort(0, 0, 5, 1) < NimbalPort(0, 0, 5, 2));
+   EXPECT_TRUE(NimbalPort(0, 0, 5, 9) < NimbalPort(0, 0, 6, 0));
+   EXPECT_TRUE(NimbalPort(0, 0xFFFF, 1023, 7) < NimbalPort(1, 0, 0, 0));
+   // Every pair over small and extreme values of each field, against the fields in turn.
+   std::vector<NimbalPort> ports;
+   for (U16 modId : {U16(0), U16(1), U16(0xDEAD), U16(0xFFFF)}) {
+      for (U16 unit : {U16(0), U16(3), U16(0xFFFF)}) {
+         for (U16 port : {U16(0), U16(1), U16(255), U16(1023)}) {
+            for (U32 flags : {0u, 1u, 0xFFFFFFFFu}) {
+               ports.emplace_back(modId, unit, port, flags);
+            }
+         }
+      }
+   }
+   auto fields = [](NimbalPort const& p) {
+      return std::make_tuple(p.modId(), p.unit(), p.logicalPort(), p.flags());
+   };
+   for (NimbalPort const& a : ports) {
+      for (NimbalPort const& b : ports) {
+         ASSERT_EQ(a < b, fields(a) < fields(b)) << a << " " << b;
+      }
+   }
 }
 
 TEST(ModId, SixtyFourIsNullAndAcceptedSixtyFiveIsNot) {

@@ -36,9 +36,11 @@ namespace {
 constexpr std::size_t blockGrain = 8;
 constexpr std::size_t sizes = largestBlock / blockGrain + 1;
 // Slabs are aligned to their size, so that a block finds its slab's header by its address;
-// they are carved from chunks, so that the alignment costs the heap nothing per slab.
+// they are carved from chunks, so that the alignment costs one slab's worth of address space a
+// chunk, never touched, rather than a heap fragment per slab.
 constexpr std::size_t slabBytes = 16 * 1024;
 constexpr std::size_t chunkBytes = 64 * slabBytes;
+constexpr std::size_t chunkHeapBytes = chunkBytes + slabBytes;
 
 // A slab holds blocks of one size after its header, which keeps a bit per block, set while the
 // block is free. The lowest free block of the earliest slab is always the next one given: a
@@ -124,10 +126,14 @@ BlockLists& blockLists() {
 
 char* newSlabMemory(BlockLists& lists) {
    if (lists.chunkNext == lists.chunkEnd) {
-      char* chunk = static_cast<char*>(::operator new(chunkBytes, std::align_val_t(slabBytes)));
+      // Aligned here rather than by the heap: what the heap holds for blocks is then exactly the
+      // chunks' size, which the memory accounting takes off its figures.
+      char* raw = static_cast<char*>(::operator new(chunkHeapBytes));
+      auto const at = (reinterpret_cast<std::uintptr_t>(raw) + slabBytes - 1) & ~(slabBytes - 1);
+      char* chunk = raw + (at - reinterpret_cast<std::uintptr_t>(raw));
       auto& c = chunks();
       std::lock_guard<std::mutex> lock(c.mutex);
-      c.chunks.push_back(chunk);
+      c.chunks.push_back(raw);
       lists.chunkNext = chunk;
       lists.chunkEnd = chunk + chunkBytes;
    }
@@ -301,7 +307,7 @@ std::size_t blockSlabBytes() {
 #else
    auto& c = chunks();
    std::lock_guard<std::mutex> lock(c.mutex);
-   return c.chunks.size() * chunkBytes;
+   return c.chunks.size() * chunkHeapBytes;
 #endif
 }
 

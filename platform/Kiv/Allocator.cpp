@@ -164,10 +164,16 @@ std::size_t slabWords(std::size_t blocks) {
    return (blocks + 63) / 64;
 }
 
+// Blocks start on a cache line: a node of 32 or 64 bytes then never straddles two.
+constexpr std::size_t cacheLine = 64;
+std::size_t blocksAt(std::size_t blocks) {
+   return (slabHeaderBytes + slabWords(blocks) * 8 + cacheLine - 1) / cacheLine * cacheLine;
+}
+
 Slab* newSlab(BlockLists& lists, SizeClass& sizeClass, std::size_t grains) {
    std::size_t const blockBytes = grains * blockGrain;
    std::size_t blocks = (slabBytes - slabHeaderBytes) / blockBytes;
-   while (slabHeaderBytes + slabWords(blocks) * 8 + blocks * blockBytes > slabBytes) {
+   while (blocksAt(blocks) + blocks * blockBytes > slabBytes) {
       --blocks;
    }
    if (sizeClass.count == sizeClass.capacity) {
@@ -176,7 +182,7 @@ Slab* newSlab(BlockLists& lists, SizeClass& sizeClass, std::size_t grains) {
    auto* slab = reinterpret_cast<Slab*>(newSlabMemory(lists));
    slab->owner = lists.id;
    slab->order = sizeClass.count++;
-   slab->blocksAt = static_cast<U32>(slabHeaderBytes + slabWords(blocks) * 8);
+   slab->blocksAt = static_cast<U32>(blocksAt(blocks));
    slab->blockBytes = static_cast<U32>(blockBytes);
    slab->freeBlocks = static_cast<U32>(blocks);
    slab->firstWord = 0;

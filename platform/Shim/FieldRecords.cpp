@@ -69,24 +69,36 @@ void FieldStat::typesIs(int n, int const* types) {
    more_.reset(n > inlineCounters ? new Counter[static_cast<std::size_t>(n - inlineCounters)]
                                   : nullptr);
    types_ = n;
+   inlineTypes_ = {};
+   inlineCounts_ = {};
    for (int i = 0; i < n; ++i) {
-      *counter(i) = {types[i], 0};
+      if (i < inlineCounters) {
+         inlineTypes_[static_cast<std::size_t>(i)] = types[i];
+      } else {
+         more_[static_cast<std::size_t>(i - inlineCounters)] = {types[i], 0};
+      }
    }
 }
 
 std::vector<int> FieldStat::types() const {
    std::vector<int> out;
    for (int i = 0; i < types_; ++i) {
-      out.push_back(const_cast<FieldStat*>(this)->counter(i)->type);
+      out.push_back(i < inlineCounters ? inlineTypes_[static_cast<std::size_t>(i)]
+                                       : more_[static_cast<std::size_t>(i - inlineCounters)].type);
    }
    return out;
 }
 
 U64* FieldStat::count(int type) {
-   for (int i = 0; i < types_; ++i) {
-      Counter* c = counter(i);
-      if (c->type == type) {
-         return &c->count;
+   for (int i = 0; i < types_ && i < inlineCounters; ++i) {
+      if (inlineTypes_[static_cast<std::size_t>(i)] == type) {
+         return &inlineCounts_[static_cast<std::size_t>(i)];
+      }
+   }
+   for (int i = inlineCounters; i < types_; ++i) {
+      Counter& c = more_[static_cast<std::size_t>(i - inlineCounters)];
+      if (c.type == type) {
+         return &c.count;
       }
    }
    return nullptr;

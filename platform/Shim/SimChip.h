@@ -107,11 +107,12 @@ struct FieldStat {
       U64 count = 0;
    };
    // A CoPP entry's two types sit in the statistic itself, so that a read finds them there; a
-   // statistic of more types keeps the rest apart.
+   // statistic of more types keeps the rest apart. Types and counts are kept apart so that the
+   // statistic and its table node fill one cache line.
    static constexpr int inlineCounters = 2;
-   Counter* counter(int i) { return i < inlineCounters ? &inline_[i] : &more_[i - inlineCounters]; }
    int types_ = 0;
-   std::array<Counter, inlineCounters> inline_{};
+   std::array<int, inlineCounters> inlineTypes_{};
+   std::array<U64, inlineCounters> inlineCounts_{};
    std::unique_ptr<Counter[]> more_;
 };
 

@@ -164,6 +164,27 @@ TEST(KivBlocks, EveryBlockOfASlabIsGivenOnceAndKeepsItsBytes) {
    }).join();
 }
 
+TEST(KivBlocks, BlocksOfALineOrHalfALineNeverStraddleTwoLines) {
+   if (!blocksFromSlabs()) {
+      GTEST_SKIP() << "blocks come from the heap in this build";
+   }
+   std::thread([] {
+      // Several slabs of each: every slab starts its blocks on a line.
+      for (std::size_t size : {std::size_t(16), std::size_t(32), std::size_t(64)}) {
+         std::vector<char*> const made = madeInOrder(3 * 16 * 1024 / size, size);
+         std::size_t straddling = 0;
+         for (char* block : made) {
+            auto const offset = reinterpret_cast<std::uintptr_t>(block) % 64;
+            straddling += offset + size > 64 ? 1 : 0;
+         }
+         EXPECT_EQ(straddling, 0u) << size;
+         for (char* block : made) {
+            Kiv::blockFree(block, size);
+         }
+      }
+   }).join();
+}
+
 TEST(KivBlocks, ABlockFreedByAnotherThreadServesThatThread) {
    if (!blocksFromSlabs()) {
       GTEST_SKIP() << "blocks come from the heap in this build";

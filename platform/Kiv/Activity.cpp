@@ -36,15 +36,14 @@ void ActivityLock::wait(int seen) {
       seen = word_.exchange(2, std::memory_order_acquire);
    }
    while (seen != 0) {
-      ::syscall(SYS_futex, reinterpret_cast<int*>(&word_), FUTEX_WAIT_PRIVATE, 2, nullptr,
-                nullptr, 0);
+      ::syscall(SYS_futex, reinterpret_cast<int*>(&word_), FUTEX_WAIT_PRIVATE, 2, nullptr, nullptr,
+                0);
       seen = word_.exchange(2, std::memory_order_acquire);
    }
 }
 
 void ActivityLock::wake() {
-   ::syscall(SYS_futex, reinterpret_cast<int*>(&word_), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr,
-             0);
+   ::syscall(SYS_futex, reinterpret_cast<int*>(&word_), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
 }
 
 }  // namespace Kiv

@@ -12,7 +12,9 @@ class ActivityLock {
   public:
    void lock();
    void unlock();
-   bool held() const { return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
+   bool held() const {
+      return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id();
+   }
    int depth() const { return depth_; }
 
   private:

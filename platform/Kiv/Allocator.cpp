@@ -47,14 +47,14 @@ constexpr std::size_t chunkHeapBytes = chunkBytes + slabBytes;
 // heap that has been freed and used again hands out its blocks in the same order as a new one,
 // so records made one after the other lie side by side however the last ones were freed.
 struct Slab {
-   U64 owner;        // the lists of the thread that made it
-   U32 order;        // its place among the slabs of its size
-   U32 blocksAt;     // offset of the first block
+   U64 owner;     // the lists of the thread that made it
+   U32 order;     // its place among the slabs of its size
+   U32 blocksAt;  // offset of the first block
    U32 blockBytes;
    U32 freeBlocks;
-   U32 firstWord;    // no word below it has a free block
+   U32 firstWord;  // no word below it has a free block
    U32 words;
-   U64 reciprocal;   // ceil(2^32 / grains): a block's index without a division
+   U64 reciprocal;  // ceil(2^32 / grains): a block's index without a division
    // Then the bits: as many words as the slab has blocks, in 64s.
 };
 constexpr std::size_t slabHeaderBytes = sizeof(Slab);
@@ -74,7 +74,7 @@ struct SizeClass {
    Slab** slabs = nullptr;
    U64* withRoom = nullptr;
    U32 count = 0;
-   U32 capacity = 0;  // in slabs, a multiple of 64
+   U32 capacity = 0;   // in slabs, a multiple of 64
    U32 firstWord = 0;  // no word of withRoom below it has a bit set
    // Blocks of another thread's slabs freed by this thread: given before any slab's.
    FreeBlock* foreign = nullptr;
@@ -239,8 +239,8 @@ void* slabBlock(BlockLists& lists, SizeClass& sizeClass, std::size_t grains) {
 }
 
 void slabFree(SizeClass& sizeClass, Slab* slab, void* block) {
-   auto const offset = static_cast<U64>(static_cast<char*>(block) - reinterpret_cast<char*>(slab) -
-                                        slab->blocksAt);
+   auto const offset =
+       static_cast<U64>(static_cast<char*>(block) - reinterpret_cast<char*>(slab) - slab->blocksAt);
    auto const index = static_cast<U32>(((offset / blockGrain) * slab->reciprocal) >> 32);
    U32 const word = index / 64;
    freeBits(slab)[word] |= U64(1) << (index % 64);

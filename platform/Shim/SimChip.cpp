@@ -268,9 +268,8 @@ int SimChip::entryDestroy(int unit, bcm_field_entry_t entry) {
    entryForget(*u, *e);
    metersRelease(*u, *e);
    if (e->statId) {
-      auto sit = u->stats.find(e->statId);
-      if (sit != u->stats.end()) {
-         sit->second.entry = 0;
+      if (FieldStat* stat = u->stats.find(e->statId)) {
+         stat->entry = 0;
       }
    }
    auto git = u->groups.find(e->group);

@@ -11,8 +11,10 @@
 #include "Kiv/Allocator.h"
 #include "Kiv/BlockArray.h"
 #include "Shim/BcmTypes.h"
+#include "Shim/FieldStat.h"
 #include "Shim/Meter.h"
 #include "Shim/PacketIndex.h"
+#include "Shim/StatTable.h"
 
 namespace Shim {
 
@@ -88,32 +90,6 @@ struct Policer {
    bcm_policer_t id = 0;
    bcm_policer_config_s config;
    TokenBucket bucket;
-};
-
-struct FieldStat {
-   int id = 0;
-   bcm_field_group_t group = 0;
-   bcm_field_entry_t entry = 0;
-
-   // The types counted, in the order given, each starting at 0.
-   void typesIs(int n, int const* types);
-   std::vector<int> types() const;
-   U64* count(int type);
-   U64 const* count(int type) const;
-
-  private:
-   struct Counter {
-      int type = 0;
-      U64 count = 0;
-   };
-   // A CoPP entry's two types sit in the statistic itself, so that a read finds them there; a
-   // statistic of more types keeps the rest apart. Types and counts are kept apart so that the
-   // statistic and its table node fill one cache line.
-   static constexpr int inlineCounters = 2;
-   int types_ = 0;
-   std::array<int, inlineCounters> inlineTypes_{};
-   std::array<U64, inlineCounters> inlineCounts_{};
-   std::unique_ptr<Counter[]> more_;
 };
 
 struct FieldGroup {
@@ -229,7 +205,7 @@ class SimChip {
       // Nodes come from the framework's blocks: a chip holds tens of thousands of each.
       Table<bcm_field_entry_t, FieldEntry> entries;
       Table<bcm_policer_t, Policer> policers;
-      Table<int, FieldStat> stats;
+      StatTable stats;
       bcm_policer_t nextPolicerId = 1;
       // Automatic entry ids: every id from nextAutoEntryId up is free; below it, freeAutoEntryIds.
       bcm_field_entry_t nextAutoEntryId = firstAutoEntryId;

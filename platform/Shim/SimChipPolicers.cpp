@@ -138,7 +138,7 @@ int SimChip::statCreate(int unit, bcm_field_group_t group, int nstat, int const*
       return BCM_E_NOT_FOUND;
    }
    int id = u->nextStatId++;
-   FieldStat& s = u->stats[id];
+   FieldStat& s = u->stats.make(id);
    s.id = id;
    s.group = group;
    s.typesIs(nstat, types);
@@ -152,18 +152,18 @@ int SimChip::statAttach(int unit, bcm_field_entry_t entry, int statId) {
    if (int rc = entryFind(unit, entry, u, e); rc != BCM_E_NONE) {
       return rc;
    }
-   auto it = u->stats.find(statId);
-   if (it == u->stats.end()) {
+   FieldStat* const stat = u->stats.find(statId);
+   if (!stat) {
       return BCM_E_NOT_FOUND;
    }
    if (e->statId != 0) {
       return BCM_E_EXISTS;
    }
-   if (it->second.entry != 0) {
+   if (stat->entry != 0) {
       return BCM_E_BUSY;
    }
    e->statId = statId;
-   it->second.entry = entry;
+   stat->entry = entry;
    return BCM_E_NONE;
 }
 
@@ -175,11 +175,11 @@ int SimChip::statGet(int unit, int statId, int statType, U64* value) const {
    if (!value) {
       return BCM_E_PARAM;
    }
-   auto it = u->stats.find(statId);
-   if (it == u->stats.end()) {
+   FieldStat const* const stat = u->stats.find(statId);
+   if (!stat) {
       return BCM_E_NOT_FOUND;
    }
-   U64 const* count = it->second.count(statType);
+   U64 const* count = stat->count(statType);
    if (!count) {
       return BCM_E_PARAM;
    }
@@ -192,14 +192,14 @@ int SimChip::statDestroy(int unit, int statId) {
    if (!u) {
       return BCM_E_UNIT;
    }
-   auto it = u->stats.find(statId);
-   if (it == u->stats.end()) {
+   FieldStat const* const stat = u->stats.find(statId);
+   if (!stat) {
       return BCM_E_NOT_FOUND;
    }
-   if (it->second.entry != 0) {
+   if (stat->entry != 0) {
       return BCM_E_BUSY;
    }
-   u->stats.erase(it);
+   u->stats.erase(statId);
    return BCM_E_NONE;
 }
 
@@ -257,8 +257,7 @@ FieldStat const* SimChip::stat(int unit, int statId) const {
    if (!u) {
       return nullptr;
    }
-   auto it = u->stats.find(statId);
-   return it == u->stats.end() ? nullptr : &it->second;
+   return u->stats.find(statId);
 }
 
 U64 SimChip::entryStat(int unit, bcm_field_entry_t entry, int statType) const {
@@ -328,11 +327,11 @@ PacketResult SimChip::sendToCpu(int unit, int port, int cpuQueue, int innerVlan,
          Policer& pol = pit->second;
          m.red = !pol.bucket.take(time, pol.config.ckbits_sec(), pol.config.ckbits_burst());
       }
-      if (auto sit = u->stats.find(best->statId); best->statId && sit != u->stats.end()) {
-         if (U64* c = sit->second.count(bcmFieldStatPackets)) {
+      if (FieldStat* stat = best->statId ? u->stats.find(best->statId) : nullptr) {
+         if (U64* c = stat->count(bcmFieldStatPackets)) {
             ++*c;
          }
-         if (U64* c = sit->second.count(bcmFieldStatRedPackets); m.red && c) {
+         if (U64* c = stat->count(bcmFieldStatRedPackets); m.red && c) {
             ++*c;
          }
       }

@@ -52,21 +52,22 @@ void KernelCoppReactor::handle(Key const& key) {
       }
       return;
    }
-   // A new key is entered as programmed with the one lookup that tells whether it was; a
-   // create that fails takes it out again.
+   // A new key is entered as programmed with the one lookup that tells whether it was.
    if (!programmed_.insert(key).second) {
       helper_->destroyCoppPolicerByPortQueue(key);
    }
-   if (!helper_->createCoppPolicerByPortQueue(key)) {
-      programmed_.erase(key);
-      failed_.insert(key);
-   }
+   createEntered(key);
 }
 
 void KernelCoppReactor::create(Key const& key) {
-   if (helper_->createCoppPolicerByPortQueue(key)) {
-      programmed_.insert(key);
-   } else {
+   programmed_.insert(key);
+   createEntered(key);
+}
+
+// The key stands as programmed; a create that fails takes it out again, to be retried.
+void KernelCoppReactor::createEntered(Key const& key) {
+   if (!helper_->createCoppPolicerByPortQueue(key)) {
+      programmed_.erase(key);
       failed_.insert(key);
    }
 }

@@ -43,6 +43,7 @@ class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
   private:
    void handle(Key const& key);
    void create(Key const& key);
+   void createEntered(Key const& key);
 
    Nimbal::QosAclHelperV1* helper_;
    KeySet programmed_;

@@ -52,8 +52,7 @@ struct Slab {
    U32 blocksAt;  // offset of the first block
    U32 blockBytes;
    U32 freeBlocks;
-   U32 firstWord;  // no word below it has a free block
-   U32 words;
+   U32 firstWord;   // no word below it has a free block
    U64 reciprocal;  // ceil(2^32 / grains): a block's index without a division
    // Then the bits: as many words as the slab has blocks, in 64s.
 };
@@ -186,10 +185,9 @@ Slab* newSlab(BlockLists& lists, SizeClass& sizeClass, std::size_t grains) {
    slab->blockBytes = static_cast<U32>(blockBytes);
    slab->freeBlocks = static_cast<U32>(blocks);
    slab->firstWord = 0;
-   slab->words = static_cast<U32>(slabWords(blocks));
    slab->reciprocal = ((U64(1) << 32) + grains - 1) / grains;
    U64* const words = freeBits(slab);
-   for (std::size_t w = 0; w < slab->words; ++w) {
+   for (std::size_t w = 0; w < slabWords(blocks); ++w) {
       std::size_t const left = blocks - w * 64;
       words[w] = left >= 64 ? ~U64(0) : (U64(1) << left) - 1;
    }

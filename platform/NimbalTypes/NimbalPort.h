@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <ostream>
-#include <tuple>
 
 #include "Kiv/Exception.h"
 #include "Kiv/Types.h"

@@ -20,6 +20,16 @@ bool blocksFromSlabs() {
    return slabs;
 }
 
+// Every test here looks at the slabs; a build without them has nothing to show.
+class KivBlocks : public ::testing::Test {
+  protected:
+   void SetUp() override {
+      if (!blocksFromSlabs()) {
+         GTEST_SKIP() << "blocks come from the heap in this build";
+      }
+   }
+};
+
 std::size_t sideBySide(std::vector<char*> const& blocks, std::size_t size) {
    std::size_t n = 0;
    for (std::size_t i = 1; i < blocks.size(); ++i) {
@@ -28,10 +38,7 @@ std::size_t sideBySide(std::vector<char*> const& blocks, std::size_t size) {
    return n;
 }
 
-TEST(KivBlocks, BlocksOfOneSizeMadeOneAfterTheOtherLieSideBySide) {
-   if (!blocksFromSlabs()) {
-      GTEST_SKIP() << "blocks come from the heap in this build";
-   }
+TEST_F(KivBlocks, BlocksOfOneSizeMadeOneAfterTheOtherLieSideBySide) {
    // A thread of its own starts with no free blocks and no slab of either size.
    std::thread([] {
       std::vector<char*> small;
@@ -52,10 +59,7 @@ TEST(KivBlocks, BlocksOfOneSizeMadeOneAfterTheOtherLieSideBySide) {
    }).join();
 }
 
-TEST(KivBlocks, AFreedBlockIsTheNextOneOfItsSize) {
-   if (!blocksFromSlabs()) {
-      GTEST_SKIP() << "blocks come from the heap in this build";
-   }
+TEST_F(KivBlocks, AFreedBlockIsTheNextOneOfItsSize) {
    std::thread([] {
       void* first = Kiv::blockAllocate(40);
       void* other = Kiv::blockAllocate(48);
@@ -84,10 +88,7 @@ std::vector<std::uintptr_t> addresses(std::vector<char*> const& blocks) {
    return a;
 }
 
-TEST(KivBlocks, BlocksFreedInAnyOrderAreGivenAgainInTheOrderTheyWereMade) {
-   if (!blocksFromSlabs()) {
-      GTEST_SKIP() << "blocks come from the heap in this build";
-   }
+TEST_F(KivBlocks, BlocksFreedInAnyOrderAreGivenAgainInTheOrderTheyWereMade) {
    std::thread([] {
       // Enough for several slabs: the order holds across them.
       std::vector<char*> const made = madeInOrder(2000, 32);
@@ -104,10 +105,7 @@ TEST(KivBlocks, BlocksFreedInAnyOrderAreGivenAgainInTheOrderTheyWereMade) {
    }).join();
 }
 
-TEST(KivBlocks, TheEarliestFreeBlockIsGivenFirst) {
-   if (!blocksFromSlabs()) {
-      GTEST_SKIP() << "blocks come from the heap in this build";
-   }
+TEST_F(KivBlocks, TheEarliestFreeBlockIsGivenFirst) {
    std::thread([] {
       std::vector<char*> const made = madeInOrder(1500, 56);
       // Freed in no order: the earliest comes back first, whichever slab it is in.
@@ -128,10 +126,7 @@ TEST(KivBlocks, TheEarliestFreeBlockIsGivenFirst) {
    }).join();
 }
 
-TEST(KivBlocks, EveryBlockOfASlabIsGivenOnceAndKeepsItsBytes) {
-   if (!blocksFromSlabs()) {
-      GTEST_SKIP() << "blocks come from the heap in this build";
-   }
+TEST_F(KivBlocks, EveryBlockOfASlabIsGivenOnceAndKeepsItsBytes) {
    std::thread([] {
       // Each size the blocks serve, a few slabs' worth: no two blocks overlap.
       for (std::size_t size = 8; size <= Kiv::largestBlock; size += 8) {
@@ -164,10 +159,7 @@ TEST(KivBlocks, EveryBlockOfASlabIsGivenOnceAndKeepsItsBytes) {
    }).join();
 }
 
-TEST(KivBlocks, BlocksOfALineOrHalfALineNeverStraddleTwoLines) {
-   if (!blocksFromSlabs()) {
-      GTEST_SKIP() << "blocks come from the heap in this build";
-   }
+TEST_F(KivBlocks, BlocksOfALineOrHalfALineNeverStraddleTwoLines) {
    std::thread([] {
       // Several slabs of each: every slab starts its blocks on a line.
       for (std::size_t size : {std::size_t(16), std::size_t(32), std::size_t(64)}) {
@@ -185,10 +177,7 @@ TEST(KivBlocks, BlocksOfALineOrHalfALineNeverStraddleTwoLines) {
    }).join();
 }
 
-TEST(KivBlocks, ABlockFreedByAnotherThreadServesThatThread) {
-   if (!blocksFromSlabs()) {
-      GTEST_SKIP() << "blocks come from the heap in this build";
-   }
+TEST_F(KivBlocks, ABlockFreedByAnotherThreadServesThatThread) {
    void* block = nullptr;
    std::thread([&] { block = Kiv::blockAllocate(64); }).join();
    std::thread([&] {

@@ -2,7 +2,6 @@
 
 #include <any>
 #include <cstddef>
-#include <map>
 #include <optional>
 #include <type_traits>
 #include <unordered_map>
@@ -10,6 +9,7 @@
 
 #include "Kiv/Allocator.h"
 #include "Kiv/Entity.h"
+#include "Kiv/FlatMap.h"
 
 namespace Kiv {
 
@@ -167,8 +167,9 @@ template <class Key, class Record>
 using HashCollection = Collection<Key, Ptr<Record>, HashTable<Key, Ptr<Record>>, true>;
 template <class Key, class Value>
 using HashMap = Collection<Key, Value, HashTable<Key, Value>, false>;
+// Ordered collections are small and read far more than changed: one sorted array.
 template <class Key, class Value>
-using OrderedMap = Collection<Key, Value, std::map<Key, Value>, false>;
+using OrderedMap = Collection<Key, Value, FlatMap<Key, Value>, false>;
 
 }  // namespace Kiv
 

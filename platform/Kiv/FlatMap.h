@@ -1,0 +1,76 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace Kiv {
+
+// An ordered map kept as one sorted array. The framework's ordered collections hold tens to a
+// few thousand elements (ports, CPU queues, the indices of a pool) that are walked and looked up
+// far more often than changed: a walk or a binary search over one array reads memory in order,
+// where a tree chases a pointer per element. Inserting or erasing moves the elements after the
+// place, and invalidates iterators from there on.
+template <class Key, class Value>
+class FlatMap {
+  public:
+   using key_type = Key;
+   using mapped_type = Value;
+   using value_type = std::pair<Key, Value>;
+   using iterator = typename std::vector<value_type>::iterator;
+   using const_iterator = typename std::vector<value_type>::const_iterator;
+
+   iterator begin() { return elements_.begin(); }
+   iterator end() { return elements_.end(); }
+   const_iterator begin() const { return elements_.begin(); }
+   const_iterator end() const { return elements_.end(); }
+   bool empty() const { return elements_.empty(); }
+   std::size_t size() const { return elements_.size(); }
+   void reserve(std::size_t n) { elements_.reserve(n); }
+   void clear() { elements_.clear(); }
+
+   iterator find(Key const& key) {
+      auto const it = lowerBound(elements_, key);
+      return it != elements_.end() && !(key < it->first) ? it : elements_.end();
+   }
+   const_iterator find(Key const& key) const {
+      auto const it = lowerBound(elements_, key);
+      return it != elements_.end() && !(key < it->first) ? it : elements_.end();
+   }
+   std::size_t count(Key const& key) const { return find(key) != end() ? 1 : 0; }
+
+   // As std::map's: the element of `key`, made from `args` if there was none.
+   template <class... A>
+   std::pair<iterator, bool> try_emplace(Key const& key, A&&... args) {
+      auto const it = lowerBound(elements_, key);
+      if (it != elements_.end() && !(key < it->first)) {
+         return {it, false};
+      }
+      return {elements_.emplace(it, std::piecewise_construct, std::forward_as_tuple(key),
+                                std::forward_as_tuple(std::forward<A>(args)...)),
+              true};
+   }
+
+   iterator erase(const_iterator it) { return elements_.erase(it); }
+   std::size_t erase(Key const& key) {
+      auto const it = find(key);
+      if (it == elements_.end()) {
+         return 0;
+      }
+      elements_.erase(it);
+      return 1;
+   }
+
+  private:
+   template <class Elements>
+   static auto lowerBound(Elements& elements, Key const& key) {
+      return std::lower_bound(elements.begin(), elements.end(), key,
+                              [](value_type const& e, Key const& k) { return e.first < k; });
+   }
+
+   std::vector<value_type> elements_;
+};
+
+}  // namespace Kiv

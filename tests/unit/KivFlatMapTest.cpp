@@ -1,0 +1,116 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Kiv/FlatMap.h"
+
+namespace {
+
+template <class Key, class Value>
+std::vector<std::pair<Key, Value>> contents(Kiv::FlatMap<Key, Value> const& m) {
+   return {m.begin(), m.end()};
+}
+template <class Key, class Value>
+std::vector<std::pair<Key, Value>> contents(std::map<Key, Value> const& m) {
+   return {m.begin(), m.end()};
+}
+
+TEST(KivFlatMap, KeepsItsElementsInAscendingKeyOrderWhateverTheOrderTheyCameIn) {
+   Kiv::FlatMap<unsigned, std::string> m;
+   for (unsigned k : {7u, 3u, 9u, 1u, 5u}) {
+      EXPECT_TRUE(m.try_emplace(k, std::to_string(k)).second);
+   }
+   std::vector<std::pair<unsigned, std::string>> const expected = {
+       {1, "1"}, {3, "3"}, {5, "5"}, {7, "7"}, {9, "9"}};
+   EXPECT_EQ(contents(m), expected);
+   EXPECT_EQ(m.size(), 5u);
+}
+
+TEST(KivFlatMap, AKeyAlreadyThereKeepsItsValue) {
+   Kiv::FlatMap<unsigned, std::string> m;
+   m.try_emplace(4, "four");
+   auto const [it, inserted] = m.try_emplace(4, "other");
+   EXPECT_FALSE(inserted);
+   EXPECT_EQ(it->second, "four");
+   EXPECT_EQ(m.size(), 1u);
+}
+
+TEST(KivFlatMap, FindsOnlyKeysItHolds) {
+   Kiv::FlatMap<int, int> m;
+   for (int k = 0; k < 100; k += 2) {
+      m.try_emplace(k, k * 10);
+   }
+   for (int k = -1; k <= 100; ++k) {
+      auto const it = m.find(k);
+      if (k >= 0 && k < 100 && k % 2 == 0) {
+         ASSERT_NE(it, m.end()) << k;
+         EXPECT_EQ(it->first, k);
+         EXPECT_EQ(it->second, k * 10);
+         EXPECT_EQ(m.count(k), 1u);
+      } else {
+         EXPECT_EQ(it, m.end()) << k;
+         EXPECT_EQ(m.count(k), 0u);
+      }
+   }
+}
+
+TEST(KivFlatMap, ErasingAtAPlaceGivesTheNextElement) {
+   Kiv::FlatMap<int, int> m;
+   for (int k = 1; k <= 5; ++k) {
+      m.try_emplace(k, k);
+   }
+   // Every odd key goes during one walk.
+   for (auto it = m.begin(); it != m.end();) {
+      it = it->first % 2 == 1 ? m.erase(it) : std::next(it);
+   }
+   std::vector<std::pair<int, int>> const expected = {{2, 2}, {4, 4}};
+   EXPECT_EQ(contents(m), expected);
+   EXPECT_EQ(m.erase(2), 1u);
+   EXPECT_EQ(m.erase(3), 0u);
+   EXPECT_EQ(m.size(), 1u);
+   m.clear();
+   EXPECT_TRUE(m.empty());
+}
+
+// Any history of inserts and erases leaves the same elements, in the same order, as the tree.
+TEST(KivFlatMap, AnyHistoryLeavesWhatAnOrderedTreeHolds) {
+   std::mt19937 random(17);
+   Kiv::FlatMap<int, int> flat;
+   std::map<int, int> tree;
+   for (int step = 0; step < 20000; ++step) {
+      int const key = static_cast<int>(random() % 300);
+      switch (random() % 4) {
+         case 0:
+         case 1: {
+            auto const [fit, fin] = flat.try_emplace(key, step);
+            auto const [tit, tin] = tree.try_emplace(key, step);
+            ASSERT_EQ(fin, tin);
+            ASSERT_EQ(fit->second, tit->second);
+            break;
+         }
+         case 2:
+            ASSERT_EQ(flat.erase(key), tree.erase(key));
+            break;
+         default: {
+            auto const fit = flat.find(key);
+            auto const tit = tree.find(key);
+            ASSERT_EQ(fit == flat.end(), tit == tree.end());
+            if (fit != flat.end()) {
+               auto const fnext = flat.erase(fit);
+               auto const tnext = tree.erase(tit);
+               ASSERT_EQ(fnext == flat.end(), tnext == tree.end());
+               if (fnext != flat.end()) {
+                  ASSERT_EQ(fnext->first, tnext->first);
+               }
+            }
+         }
+      }
+      ASSERT_EQ(flat.size(), tree.size());
+   }
+   EXPECT_EQ(contents(flat), contents(tree));
+}
+
+}  // namespace

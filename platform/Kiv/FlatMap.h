@@ -31,14 +31,8 @@ class FlatMap {
    void reserve(std::size_t n) { elements_.reserve(n); }
    void clear() { elements_.clear(); }
 
-   iterator find(Key const& key) {
-      auto const it = lowerBound(elements_, key);
-      return it != elements_.end() && !(key < it->first) ? it : elements_.end();
-   }
-   const_iterator find(Key const& key) const {
-      auto const it = lowerBound(elements_, key);
-      return it != elements_.end() && !(key < it->first) ? it : elements_.end();
-   }
+   iterator find(Key const& key) { return findIn(elements_, key); }
+   const_iterator find(Key const& key) const { return findIn(elements_, key); }
    std::size_t count(Key const& key) const { return find(key) != end() ? 1 : 0; }
 
    // As std::map's: the element of `key`, made from `args` if there was none.
@@ -68,6 +62,11 @@ class FlatMap {
    static auto lowerBound(Elements& elements, Key const& key) {
       return std::lower_bound(elements.begin(), elements.end(), key,
                               [](value_type const& e, Key const& k) { return e.first < k; });
+   }
+   template <class Elements>
+   static auto findIn(Elements& elements, Key const& key) {
+      auto const it = lowerBound(elements, key);
+      return it != elements.end() && !(key < it->first) ? it : elements.end();
    }
 
    std::vector<value_type> elements_;

@@ -79,6 +79,12 @@ std::vector<char*> madeInOrder(std::size_t n, std::size_t size) {
    return blocks;
 }
 
+void freeAll(std::vector<char*> const& blocks, std::size_t size) {
+   for (char* block : blocks) {
+      Kiv::blockFree(block, size);
+   }
+}
+
 // Addresses as numbers: a failed comparison prints them, not what they point to.
 std::vector<std::uintptr_t> addresses(std::vector<char*> const& blocks) {
    std::vector<std::uintptr_t> a;
@@ -98,9 +104,7 @@ TEST_F(KivBlocks, BlocksFreedInAnyOrderAreGivenAgainInTheOrderTheyWereMade) {
       }
       std::vector<char*> const again = madeInOrder(made.size(), 32);
       EXPECT_EQ(addresses(again), addresses(made));
-      for (char* block : again) {
-         Kiv::blockFree(block, 32);
-      }
+      freeAll(again, 32);
       EXPECT_EQ(Kiv::blockBytesInUse(), 0u);
    }).join();
 }
@@ -119,9 +123,7 @@ TEST_F(KivBlocks, TheEarliestFreeBlockIsGivenFirst) {
       char* const next = static_cast<char*>(Kiv::blockAllocate(56));
       EXPECT_EQ(std::count(made.begin(), made.end(), next), 0);
       Kiv::blockFree(next, 56);
-      for (char* block : made) {
-         Kiv::blockFree(block, 56);
-      }
+      freeAll(made, 56);
       EXPECT_EQ(Kiv::blockBytesInUse(), 0u);
    }).join();
 }
@@ -151,9 +153,7 @@ TEST_F(KivBlocks, EveryBlockOfASlabIsGivenOnceAndKeepsItsBytes) {
             freed.push_back(made[i]);
          }
          EXPECT_EQ(addresses(madeInOrder(freed.size(), size)), addresses(freed)) << size;
-         for (char* block : made) {
-            Kiv::blockFree(block, size);
-         }
+         freeAll(made, size);
       }
       EXPECT_EQ(Kiv::blockBytesInUse(), 0u);
    }).join();
@@ -170,9 +170,7 @@ TEST_F(KivBlocks, BlocksOfALineOrHalfALineNeverStraddleTwoLines) {
             straddling += offset + size > 64 ? 1 : 0;
          }
          EXPECT_EQ(straddling, 0u) << size;
-         for (char* block : made) {
-            Kiv::blockFree(block, size);
-         }
+         freeAll(made, size);
       }
    }).join();
 }

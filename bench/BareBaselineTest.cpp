@@ -59,6 +59,31 @@ TEST(BareBaseline, TeardownMakesTheSdkCallsOfTheLibraryInTheSameOrder) {
    EXPECT_EQ(bare, library);
 }
 
+// The description is an argument of the TCAM manager's call, which keeps it with the entry.
+TEST(BareBaseline, BootGivesEveryEntryTheDescriptionTheLibraryGivesIt) {
+   Kiv::ActivityScope activity;
+   std::vector<std::string> library, bare;
+   {
+      Agent a(scaleSwitch(2, 3, 5));
+      a.boot();
+      for (KeyRate const& k : startUpKeys(*a.sw)) {
+         auto const record = a.sw->helper()->kernelDynamicCoppData(k.key);
+         ASSERT_TRUE(record);
+         U32 const unit = a.sw->unitOfModule(static_cast<U16>(k.key.modId()));
+         library.push_back(a.sw->efpCoppEntryMgr()->entryDescription(unit, record->entry()));
+      }
+   }
+   {
+      Agent a(scaleSwitch(2, 3, 5));
+      for (BareEntry const& b : bareBoot(*a.sw, startUpKeys(*a.sw))) {
+         bare.push_back(a.sw->efpCoppEntryMgr()->entryDescription(b.unit, b.entry));
+      }
+   }
+   ASSERT_EQ(library.size(), 2u * 3u * 5u);
+   EXPECT_EQ(library.front(), "Dynamic Kernel Copp for Ethernet1, copp-bench-1");
+   EXPECT_EQ(bare, library);
+}
+
 TEST(BareBaseline, FullScaleSwitchHasAKeyForEveryPortAndQueue) {
    Kiv::ActivityScope activity;
    auto const sw = NimbalHost::buildSwitch(scaleSwitch(modulesAtFullScale));

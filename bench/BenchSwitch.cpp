@@ -82,8 +82,10 @@ std::vector<KeyRate> startUpKeys(NimbalHost::Switch const& sw) {
          if (cpuQ->allocated() == 0 || cpuQ->cpuQId() == 0) {
             continue;
          }
-         keys.push_back({Oskel::ModIdPortQueueKey(port.modId(), port.logicalPort(), cpuQ->cpuQId()),
-                         cpuQ->defaultCoppRate(), cpuQ->defaultCoppBurst()});
+         keys.push_back(
+             {Oskel::ModIdPortQueueKey(port.modId(), port.logicalPort(), cpuQ->cpuQId()),
+              cpuQ->defaultCoppRate(), cpuQ->defaultCoppBurst(),
+              "Dynamic Kernel Copp for " + intf.stringValue() + ", " + cpuQ->cmapName()});
       }
    }
    return keys;
@@ -107,7 +109,7 @@ std::vector<BareEntry> bareBoot(NimbalHost::Switch& sw, std::vector<KeyRate> con
       U32 const unit = sw.unitOfModule(static_cast<U16>(k.key.modId()));
       int const u = static_cast<int>(unit);
       U32 const entry =
-          entryMgr->getEntryWithStats(unit, "Dynamic Kernel Copp", Nimbal::RequestKey(), statTypes);
+          entryMgr->getEntryWithStats(unit, k.description, Nimbal::RequestKey(), statTypes);
       int const e = static_cast<int>(entry);
       entryMgr->setPriorityForEntry(unit, entry, entryMgr->coppPriority());
       sdk.bcm_field_qualify_InPort(u, e, static_cast<int>(k.key.port()), -1);

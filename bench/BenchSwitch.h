@@ -49,11 +49,13 @@ double seconds(Work&& work) {
    return threadSeconds() - start;
 }
 
-// A kernel CoPP key with the rate the start-up publishes for it.
+// A kernel CoPP key with the rate the start-up publishes for it, and the description its TCAM
+// entry is made with.
 struct KeyRate {
    Oskel::ModIdPortQueueKey key;
    U32 rate = 0;
    U32 burst = 0;
+   Kiv::String description;
 };
 // The keys createDefaultCoppRates publishes on the switch, in the order it publishes them.
 std::vector<KeyRate> startUpKeys(NimbalHost::Switch const& sw);

@@ -1,10 +1,12 @@
 #include "host/agent/SimAgent.h"
 
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -24,47 +26,73 @@ namespace NimbalHost {
 
 namespace {
 
-// A directory of this process's own, made once and removed at exit (by this process only, not
-// by a child forked from it).
+// The directory that holds the toggle files of the live agents: made for the first and removed
+// with the last, so that a process that leaves without running its destructors (a dry run's
+// child ends with _exit) leaves nothing behind. Its name is kept for the next agent where it is
+// still free, so that one agent after another sets the same environment value: glibc keeps every
+// distinct value ever set.
 class ToggleRoot {
   public:
-   ToggleRoot() {
-      char dir[] = "/tmp/nimbal-copp-sim-XXXXXX";
-      if (!::mkdtemp(dir)) {
-         throw std::runtime_error("cannot make a directory for the toggle file");
-      }
-      path_ = dir;
+   ToggleRoot(ToggleRoot const&) = delete;
+   ToggleRoot& operator=(ToggleRoot const&) = delete;
+
+   static ToggleRoot& instance() {
+      static ToggleRoot root;
+      return root;
    }
-   ~ToggleRoot() {
-      if (::getpid() == owner_) {
+
+   std::string const& acquire() {
+      if (users_ == 0) {
+         make();
+      }
+      ++users_;
+      return path_;
+   }
+
+   void release() {
+      if (--users_ == 0) {
          std::error_code ec;
          std::filesystem::remove_all(path_, ec);
       }
    }
-   ToggleRoot(ToggleRoot const&) = delete;
-   ToggleRoot& operator=(ToggleRoot const&) = delete;
-   std::string const& path() const { return path_; }
 
   private:
+   ToggleRoot() = default;
+
+   void make() {
+      if (!path_.empty() && ::mkdir(path_.c_str(), 0700) == 0) {
+         return;
+      }
+      char const* tmp = std::getenv("TMPDIR");
+      std::string const dir = tmp && *tmp ? tmp : "/tmp";
+      std::string pattern = dir + "/nimbal-copp-sim-XXXXXX";
+      if (!::mkdtemp(pattern.data())) {
+         // Nothing can run without it: said as a scenario that cannot start is said.
+         throw ScenarioError("nimbal-copp-sim: cannot make a directory for the toggle file in " +
+                             dir + ": " + std::strerror(errno));
+      }
+      path_ = pattern;
+   }
+
    std::string path_;
-   ::pid_t owner_ = ::getpid();
+   int users_ = 0;
 };
 
 // The toggle file the factory reads, with the scenario's toggles, for as long as it lives. Its
-// directory is the lowest number that no live agent holds, so that one agent after another sets
-// the same environment value: glibc keeps every distinct value ever set.
+// directory is the lowest number that no live agent holds, for the same reason as above.
 class ToggleFile {
   public:
    explicit ToggleFile(ScenarioSwitch const& sw) {
-      static ToggleRoot const root;
       while (inUse_.count(slot_)) {
          ++slot_;
       }
-      dir_ = root.path() + "/" + std::to_string(slot_);
+      dir_ = ToggleRoot::instance().acquire() + "/" + std::to_string(slot_);
       std::error_code ec;
       std::filesystem::remove_all(dir_, ec);
       if (!std::filesystem::create_directories(dir_, ec)) {
-         throw std::runtime_error("cannot make a directory for the toggle file");
+         ToggleRoot::instance().release();
+         throw ScenarioError("nimbal-copp-sim: cannot make a directory for the toggle file " +
+                             dir_ + ": " + ec.message());
       }
       std::ofstream file(dir_ + "/NimbalTcam.json");
       file << "{";
@@ -88,6 +116,7 @@ class ToggleFile {
       std::error_code ec;
       std::filesystem::remove_all(dir_, ec);
       inUse_.erase(slot_);
+      ToggleRoot::instance().release();
    }
    ToggleFile(ToggleFile const&) = delete;
    ToggleFile& operator=(ToggleFile const&) = delete;
@@ -131,14 +160,15 @@ void SimAgent::start() {
    start_ = Kiv::activityClock()->now();
    // What the scenario asks for comes first: start-up may already raise log messages.
    switchReport();
-   {
+   try {
       ToggleFile const toggles(scenario_.sw);
-      try {
-         switch_ = buildSwitch(switchConfigOf(scenario_.sw));
-      } catch (std::invalid_argument const& e) {
-         Kiv::logSinkIs(nullptr);
-         throw ScenarioError(scenario_.file + ": switch: " + e.what());
-      }
+      switch_ = buildSwitch(switchConfigOf(scenario_.sw));
+   } catch (std::invalid_argument const& e) {
+      Kiv::logSinkIs(nullptr);
+      throw ScenarioError(scenario_.file + ": switch: " + e.what());
+   } catch (ScenarioError const&) {
+      Kiv::logSinkIs(nullptr);
+      throw;
    }
    // The journal of SDK calls is for tests of the library; the agent has no use for it.
    switch_->sdk().journalLimitIs(0);

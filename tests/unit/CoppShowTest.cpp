@@ -431,6 +431,7 @@ TEST_F(CoppShow, RowsBeforeAFatalRecordReachTheDescriptor) {
    std::stringstream written;
    written << in.rdbuf();
    EXPECT_EQ(written.str(), std::string(swHeader) + swRow("Ethernet1", "CoppSystemArp", 3, 4));
+   std::remove(path.c_str());
 }
 
 TEST_F(CoppShow, TablesAreShownByName) {

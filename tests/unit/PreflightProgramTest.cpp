@@ -56,6 +56,33 @@ TEST(PreflightProgram, WhatDoesNotFitEndsWithThreeAndNamesWhatStaysUnpoliced) {
    EXPECT_TRUE(has(r.out, "\nverdict: something would not fit\n")) << r.out;
 }
 
+// The dry runs' children end without their destructors: what they made must be gone already.
+TEST(PreflightProgram, LeavesNothingInTheTemporaryDirectory) {
+   std::string const tmp = ::testing::TempDir() + "preflight-leaves-nothing";
+   std::filesystem::remove_all(tmp);
+   std::filesystem::create_directories(tmp);
+   for (std::string const args : {"--preflight examples/basic.json", "examples/basic.json"}) {
+      ProgramRun const r = run(args, "TMPDIR='" + tmp + "'");
+      EXPECT_EQ(r.code, 0) << args << "\n" << r.err;
+      EXPECT_TRUE(std::filesystem::is_empty(tmp))
+          << args << " left " << std::filesystem::directory_iterator(tmp)->path();
+   }
+   std::filesystem::remove_all(tmp);
+}
+
+TEST(PreflightProgram, NoTemporaryDirectoryEndsWithOneAndSaysWhere) {
+   std::string const tmp = ::testing::TempDir() + "preflight-no-such-directory";
+   std::filesystem::remove_all(tmp);
+   for (std::string const args : {"--preflight examples/basic.json", "examples/basic.json"}) {
+      ProgramRun const r = run(args, "TMPDIR='" + tmp + "'");
+      EXPECT_TRUE(r.exited) << args;
+      EXPECT_EQ(r.code, 1) << args;
+      EXPECT_EQ(r.err, "nimbal-copp-sim: cannot make a directory for the toggle file in " + tmp +
+                           ": No such file or directory\n")
+          << args;
+   }
+}
+
 TEST(PreflightProgram, InvalidScenarioEndsWithOneAndItsLine) {
    ProgramRun const r = run("--preflight tests/scenarios/invalid/unknown-class.json");
    EXPECT_EQ(r.code, 1);

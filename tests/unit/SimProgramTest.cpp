@@ -21,12 +21,17 @@ using SimProgram::ProgramRun;
 using SimProgram::run;
 using SimProgram::slurp;
 
-// A scenario file for one test.
-std::string scenarioFile(std::string const& name, std::string const& text) {
-   std::string const path = ::testing::TempDir() + name;
-   std::ofstream(path) << text;
-   return path;
-}
+// A scenario file for one test, removed with it.
+struct ScenarioFile {
+   ScenarioFile(std::string const& name, std::string const& text)
+       : path(::testing::TempDir() + name) {
+      std::ofstream(path) << text;
+   }
+   ~ScenarioFile() { std::remove(path.c_str()); }
+   ScenarioFile(ScenarioFile const&) = delete;
+   ScenarioFile& operator=(ScenarioFile const&) = delete;
+   std::string const path;
+};
 
 TEST(SimProgram, HelpEndsWithZero) {
    ProgramRun const r = run("--help");
@@ -54,10 +59,11 @@ TEST(SimProgram, UnreadableScenarioEndsWithOneAndOneLine) {
 }
 
 TEST(SimProgram, InvalidScenarioRunsNothing) {
-   std::string const path = scenarioFile(
+   ScenarioFile const pathFile(
        "sim-program-invalid.json",
        R"({"steps": [{"advance": 1}, {"police": {"interface": "Ethernet1", "class": "c",
            "cir": 10, "bc": -1}}]})");
+   std::string const& path = pathFile.path;
    ProgramRun const r = run("'" + path + "'");
    EXPECT_EQ(r.code, 1);
    EXPECT_EQ(r.out, "");
@@ -80,8 +86,8 @@ TEST(SimProgram, PrintDemoWritesTheDemoScenario) {
 }
 
 TEST(SimProgram, ScenarioRunsToItsEnd) {
-   std::string const path =
-       scenarioFile("sim-program-run.json", R"({"steps": [{"advance": 1.25}]})");
+   ScenarioFile const pathFile("sim-program-run.json", R"({"steps": [{"advance": 1.25}]})");
+   std::string const& path = pathFile.path;
    ProgramRun const r = run("'" + path + "'");
    EXPECT_EQ(r.code, 0);
    EXPECT_EQ(r.out.rfind("nimbal-copp-sim: " + path + "\n", 0), 0u) << r.out;
@@ -91,7 +97,8 @@ TEST(SimProgram, ScenarioRunsToItsEnd) {
 }
 
 TEST(SimProgram, TraceGoesToStandardError) {
-   std::string const path = scenarioFile("sim-program-trace.json", R"({"steps": []})");
+   ScenarioFile const pathFile("sim-program-trace.json", R"({"steps": []})");
+   std::string const& path = pathFile.path;
    ProgramRun const r = run("--trace NimbalQosSm:1 '" + path + "'");
    EXPECT_EQ(r.code, 0);
    EXPECT_NE(r.err.find("NimbalQosSm[1] QosHelperV1::hwInit\n"), std::string::npos) << r.err;
@@ -121,7 +128,8 @@ TEST(SimProgram, UnknownTraceHandleIsAUsageErrorNamingTheKnownOnes) {
 }
 
 TEST(SimProgram, TraceOfTheSdkHandleIsAccepted) {
-   std::string const path = scenarioFile("sim-program-trace-api.json", R"({"steps": []})");
+   ScenarioFile const pathFile("sim-program-trace-api.json", R"({"steps": []})");
+   std::string const& path = pathFile.path;
    ProgramRun const r = run("--trace ApiNimbal:4 '" + path + "'");
    EXPECT_EQ(r.code, 0) << r.err;
    EXPECT_NE(r.err.find("ApiNimbal[4] "), std::string::npos) << r.err;
@@ -142,26 +150,29 @@ TEST(SimProgram, PlotOfAnAgentThatStopsLeavesNoFile) {
 }
 
 TEST(SimProgram, ToggleFileChoosesTheTcamAgentVariant) {
-   std::string const on =
-       scenarioFile("sim-program-toggle.json",
-                    R"({"switch": {"toggles": {"UseTcamAgentForPolicyQos": true}}, "steps": []})");
+   ScenarioFile const onFile(
+       "sim-program-toggle.json",
+       R"({"switch": {"toggles": {"UseTcamAgentForPolicyQos": true}}, "steps": []})");
+   std::string const& on = onFile.path;
    EXPECT_NE(run("'" + on + "'").out.find("\nhelper: Nimbal::QosTcamAclHelperV1, "),
              std::string::npos);
-   std::string const off = scenarioFile("sim-program-no-toggle.json", R"({"steps": []})");
+   ScenarioFile const offFile("sim-program-no-toggle.json", R"({"steps": []})");
+   std::string const& off = offFile.path;
    // The scenario's toggle file is the one read, whatever the environment names.
    std::string const dir = ::testing::TempDir() + "sim-program-toggle-on/";
    std::filesystem::create_directories(dir);
    std::ofstream(dir + "NimbalTcam.json") << "{\"UseTcamAgentForPolicyQos\": true}\n";
    ProgramRun const r = run("'" + off + "'", "NIMBAL_TOGGLE_DIR='" + dir + "'");
    EXPECT_NE(r.out.find("\nhelper: Nimbal::QosAclHelperV1, "), std::string::npos) << r.out;
-   std::remove((dir + "NimbalTcam.json").c_str());
+   std::filesystem::remove_all(dir);
 }
 
 TEST(SimProgram, PlotIsWrittenAsSvg) {
-   std::string const scenario =
-       scenarioFile("sim-program-plot.json",
-                    R"({"steps": [{"traffic": {"interface": "Ethernet1", "queue": 6, "pps": 100,
+   ScenarioFile const scenarioFile(
+       "sim-program-plot.json",
+       R"({"steps": [{"traffic": {"interface": "Ethernet1", "queue": 6, "pps": 100,
            "seconds": 1}}]})");
+   std::string const& scenario = scenarioFile.path;
    std::string const svg = ::testing::TempDir() + "sim-program-plot.svg";
    std::remove(svg.c_str());
    ProgramRun const r = run("--plot '" + svg + "' '" + scenario + "'");

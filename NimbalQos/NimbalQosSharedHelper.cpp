@@ -290,9 +290,10 @@ Orvik::IntfId getIntfIdFromNimbalPort(Kiv::Ptr<NimbalCommonSmData const> const& 
                                       NimbalTypes::NimbalPort& port) {
    Orvik::IntfId intfId;
    KIV_ASSERT(intfId.intfId() == Orvik::IntfId::emptyIntfId());
-   if (auto found = scsd->nimbalPortToIntfCol().value(port);
-       found && *found != Orvik::IntfId::emptyIntfId()) {
-      return *found;
+   auto const& ports = scsd->nimbalPortToIntfCol();
+   if (auto const found = ports.findIter(port);
+       found != ports.end() && found->second != Orvik::IntfId::emptyIntfId()) {
+      return found->second;
    }
    if (auto found = scsd->nimbalFabricPortToIntfCol().value(port)) {
       intfId = *found;

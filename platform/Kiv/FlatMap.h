@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <tuple>
 #include <utility>
@@ -22,6 +23,18 @@ class FlatMap {
    using iterator = typename std::vector<value_type>::iterator;
    using const_iterator = typename std::vector<value_type>::const_iterator;
 
+   FlatMap() = default;
+   FlatMap(FlatMap const& o) : elements_(o.elements_) {}
+   FlatMap(FlatMap&& o) noexcept : elements_(std::move(o.elements_)) {}
+   FlatMap& operator=(FlatMap const& o) {
+      elements_ = o.elements_;
+      return *this;
+   }
+   FlatMap& operator=(FlatMap&& o) noexcept {
+      elements_ = std::move(o.elements_);
+      return *this;
+   }
+
    iterator begin() { return elements_.begin(); }
    iterator end() { return elements_.end(); }
    const_iterator begin() const { return elements_.begin(); }
@@ -31,8 +44,8 @@ class FlatMap {
    void reserve(std::size_t n) { elements_.reserve(n); }
    void clear() { elements_.clear(); }
 
-   iterator find(Key const& key) { return findIn(elements_, key); }
-   const_iterator find(Key const& key) const { return findIn(elements_, key); }
+   iterator find(Key const& key) { return elements_.begin() + place(key); }
+   const_iterator find(Key const& key) const { return elements_.begin() + place(key); }
    std::size_t count(Key const& key) const { return find(key) != end() ? 1 : 0; }
 
    // As std::map's: the element of `key`, made from `args` if there was none.
@@ -63,13 +76,28 @@ class FlatMap {
       return std::lower_bound(elements.begin(), elements.end(), key,
                               [](value_type const& e, Key const& k) { return e.first < k; });
    }
-   template <class Elements>
-   static auto findIn(Elements& elements, Key const& key) {
-      auto const it = lowerBound(elements, key);
-      return it != elements.end() && !(key < it->first) ? it : elements.end();
+   // Where `key` stands, or size() if it is not there.
+   std::size_t place(Key const& key) const {
+      std::size_t const size = elements_.size();
+      std::size_t const last = lastFound_.load(std::memory_order_relaxed);
+      if (last < size && equal(elements_[last].first, key)) {
+         return last;
+      }
+      auto const it = lowerBound(elements_, key);
+      if (it == elements_.end() || key < it->first) {
+         return size;
+      }
+      auto const at = static_cast<std::size_t>(it - elements_.begin());
+      lastFound_.store(at, std::memory_order_relaxed);
+      return at;
    }
+   static bool equal(Key const& a, Key const& b) { return !(a < b) && !(b < a); }
 
    std::vector<value_type> elements_;
+   // The place of the last key found. Lookups come in runs of one key (every CPU queue of a
+   // port asks for the port's interface), and a run then costs a comparison, not a search. Only
+   // a hint: checked against the key, whatever changed since.
+   mutable std::atomic<std::size_t> lastFound_{0};
 };
 
 }  // namespace Kiv

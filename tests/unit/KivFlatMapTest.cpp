@@ -75,6 +75,59 @@ TEST(KivFlatMap, ErasingAtAPlaceGivesTheNextElement) {
    EXPECT_TRUE(m.empty());
 }
 
+// A key that counts the comparisons made with it.
+struct Counted {
+   int value = 0;
+   static inline int comparisons = 0;
+   bool operator<(Counted const& o) const {
+      ++comparisons;
+      return value < o.value;
+   }
+};
+
+TEST(KivFlatMap, ARunOfLookupsOfOneKeySearchesOnce) {
+   Kiv::FlatMap<Counted, int> m;
+   for (int k = 0; k < 1024; ++k) {
+      m.try_emplace(Counted{k}, k);
+   }
+   Counted::comparisons = 0;
+   ASSERT_NE(m.find(Counted{700}), m.end());
+   int const search = Counted::comparisons;
+   EXPECT_GE(search, 10);
+   for (int i = 0; i < 46; ++i) {
+      Counted::comparisons = 0;
+      auto const it = m.find(Counted{700});
+      ASSERT_NE(it, m.end());
+      EXPECT_EQ(it->second, 700);
+      EXPECT_EQ(Counted::comparisons, 2);
+   }
+}
+
+// The place of the last key found is a hint only: whatever moved since, a lookup finds the key
+// where it stands now, or nothing.
+TEST(KivFlatMap, ALookupAfterAChangeFindsTheKeyWhereItStandsNow) {
+   Kiv::FlatMap<int, int> m;
+   for (int k : {1, 3, 5, 7}) {
+      m.try_emplace(k, k * 10);
+   }
+   ASSERT_EQ(m.find(5)->second, 50);  // found at the third place
+   m.try_emplace(4, 40);              // 4 now stands there, 5 one further
+   EXPECT_EQ(m.find(5)->second, 50);
+   EXPECT_EQ(m.find(4)->second, 40);
+   EXPECT_EQ(m.erase(4), 1u);  // 5 is back at the third place, under the hint
+   EXPECT_EQ(m.find(5)->second, 50);
+   EXPECT_EQ(m.erase(5), 1u);
+   EXPECT_EQ(m.find(5), m.end());
+   ASSERT_EQ(m.find(7)->second, 70);  // the last place
+   m.erase(7);
+   m.erase(3);
+   EXPECT_EQ(m.find(7), m.end());  // the hint now lies past the end
+   EXPECT_EQ(m.find(1)->second, 10);
+   Kiv::FlatMap<int, int> const copy = m;
+   EXPECT_EQ(copy.find(1)->second, 10);
+   EXPECT_EQ(copy.find(7), copy.end());
+}
+
 // Any history of inserts and erases leaves the same elements, in the same order, as the tree.
 TEST(KivFlatMap, AnyHistoryLeavesWhatAnOrderedTreeHolds) {
    std::mt19937 random(17);
@@ -82,6 +135,9 @@ TEST(KivFlatMap, AnyHistoryLeavesWhatAnOrderedTreeHolds) {
    std::map<int, int> tree;
    for (int step = 0; step < 20000; ++step) {
       int const key = static_cast<int>(random() % 300);
+      // Lookups in runs, as after a change: the second may take the hint of the first.
+      ASSERT_EQ(flat.count(key), tree.count(key));
+      ASSERT_EQ(flat.count(key), tree.count(key));
       switch (random() % 4) {
          case 0:
          case 1: {

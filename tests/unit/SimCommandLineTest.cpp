@@ -131,7 +131,7 @@ TEST(SimCommandLine, HelpListsFormatPreflightAndTheirExitStatuses) {
    ASSERT_EQ(p.exit, 0);
    EXPECT_NE(p.out.find("--format text|json"), std::string::npos);
    EXPECT_NE(p.out.find("--preflight"), std::string::npos);
-   EXPECT_NE(p.out.find("With --preflight: 0 everything fits; 3 something would\nnot fit"),
+   EXPECT_NE(p.out.find("With --preflight: 0 everything fits; 3\nsomething would not fit"),
              std::string::npos);
    EXPECT_NE(p.out.find("or no directory for the toggle file can be made under TMPDIR"),
              std::string::npos);

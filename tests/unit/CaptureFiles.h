@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "unit/TempDir.h"
+
 namespace CaptureTest {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -140,22 +142,6 @@ inline Bytes readBytes(std::string const& path) {
    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
 }
 
-// A fresh folder for one test's files, removed with it.
-class TempDir {
-  public:
-   TempDir() {
-      char tmpl[] = "/tmp/nimbal-capture-XXXXXX";
-      char* p = ::mkdtemp(tmpl);
-      path_ = p ? p : "/tmp";
-   }
-   ~TempDir() {
-      std::error_code ec;
-      std::filesystem::remove_all(path_, ec);
-   }
-   std::string file(std::string const& name) const { return path_ + "/" + name; }
-
-  private:
-   std::string path_;
-};
+using TestFiles::TempDir;
 
 }  // namespace CaptureTest

@@ -10,6 +10,7 @@
 
 #include "SourceTree.h"
 #include "unit/SimProgram.h"
+#include "unit/TempDir.h"
 
 // nimbal-copp-sim --preflight as an operator runs it: its exit status, its report, and where it
 // says the agent would stop compared with where the agent does stop.
@@ -58,21 +59,18 @@ TEST(PreflightProgram, WhatDoesNotFitEndsWithThreeAndNamesWhatStaysUnpoliced) {
 
 // The dry runs' children end without their destructors: what they made must be gone already.
 TEST(PreflightProgram, LeavesNothingInTheTemporaryDirectory) {
-   std::string const tmp = ::testing::TempDir() + "preflight-leaves-nothing";
-   std::filesystem::remove_all(tmp);
-   std::filesystem::create_directories(tmp);
+   TestFiles::TempDir const tmp;
    for (std::string const args : {"--preflight examples/basic.json", "examples/basic.json"}) {
-      ProgramRun const r = run(args, "TMPDIR='" + tmp + "'");
+      ProgramRun const r = run(args, "TMPDIR='" + tmp.path() + "'");
       EXPECT_EQ(r.code, 0) << args << "\n" << r.err;
-      EXPECT_TRUE(std::filesystem::is_empty(tmp))
-          << args << " left " << std::filesystem::directory_iterator(tmp)->path();
+      EXPECT_TRUE(std::filesystem::is_empty(tmp.path()))
+          << args << " left " << std::filesystem::directory_iterator(tmp.path())->path();
    }
-   std::filesystem::remove_all(tmp);
 }
 
 TEST(PreflightProgram, NoTemporaryDirectoryEndsWithOneAndSaysWhere) {
-   std::string const tmp = ::testing::TempDir() + "preflight-no-such-directory";
-   std::filesystem::remove_all(tmp);
+   TestFiles::TempDir const parent;
+   std::string const tmp = parent.file("no-such-directory");
    for (std::string const args : {"--preflight examples/basic.json", "examples/basic.json"}) {
       ProgramRun const r = run(args, "TMPDIR='" + tmp + "'");
       EXPECT_TRUE(r.exited) << args;

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "unit/SimProgram.h"
+#include "unit/TempDir.h"
 
 #include "NimbalVersion.h"
 #include "host/scenario/Demo.h"
@@ -21,15 +22,12 @@ using SimProgram::ProgramRun;
 using SimProgram::run;
 using SimProgram::slurp;
 
-// A scenario file for one test, removed with it.
+// A scenario file for one test, in a folder removed with it.
 struct ScenarioFile {
-   ScenarioFile(std::string const& name, std::string const& text)
-       : path(::testing::TempDir() + name) {
+   ScenarioFile(std::string const& name, std::string const& text) : path(dir.file(name)) {
       std::ofstream(path) << text;
    }
-   ~ScenarioFile() { std::remove(path.c_str()); }
-   ScenarioFile(ScenarioFile const&) = delete;
-   ScenarioFile& operator=(ScenarioFile const&) = delete;
+   TestFiles::TempDir const dir;
    std::string const path;
 };
 
@@ -159,12 +157,10 @@ TEST(SimProgram, ToggleFileChoosesTheTcamAgentVariant) {
    ScenarioFile const offFile("sim-program-no-toggle.json", R"({"steps": []})");
    std::string const& off = offFile.path;
    // The scenario's toggle file is the one read, whatever the environment names.
-   std::string const dir = ::testing::TempDir() + "sim-program-toggle-on/";
-   std::filesystem::create_directories(dir);
-   std::ofstream(dir + "NimbalTcam.json") << "{\"UseTcamAgentForPolicyQos\": true}\n";
-   ProgramRun const r = run("'" + off + "'", "NIMBAL_TOGGLE_DIR='" + dir + "'");
+   TestFiles::TempDir const dir;
+   std::ofstream(dir.file("NimbalTcam.json")) << "{\"UseTcamAgentForPolicyQos\": true}\n";
+   ProgramRun const r = run("'" + off + "'", "NIMBAL_TOGGLE_DIR='" + dir.path() + "'");
    EXPECT_NE(r.out.find("\nhelper: Nimbal::QosAclHelperV1, "), std::string::npos) << r.out;
-   std::filesystem::remove_all(dir);
 }
 
 TEST(SimProgram, PlotIsWrittenAsSvg) {

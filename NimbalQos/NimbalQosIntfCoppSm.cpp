@@ -38,9 +38,9 @@ void QosIntfCoppSm::KivScsd::onAttribute(Kiv::AttrId attr) {
    }
 }
 
-void QosIntfCoppSm::KivScsd::onAttribute(Kiv::AttrId attr, std::any const& key) {
+void QosIntfCoppSm::KivScsd::onAttribute(Kiv::AttrId attr, Kiv::KeyRef const& key) {
    if (attr == "vxlanRecircIntf") {
-      owner_->handleVxlanRecircIntf(std::any_cast<Orvik::IntfId>(key));
+      owner_->handleVxlanRecircIntf(key.as<Orvik::IntfId>());
    }
 }
 

@@ -24,7 +24,7 @@ class NIMBAL_QOS_EXPORT QosIntfCoppSm : public Kiv::Entity {
      public:
       explicit KivScsd(QosIntfCoppSm* owner) : owner_(owner) {}
       void onAttribute(Kiv::AttrId attr) override;
-      void onAttribute(Kiv::AttrId attr, std::any const& key) override;
+      void onAttribute(Kiv::AttrId attr, Kiv::KeyRef const& key) override;
 
      protected:
       void onNotifier() override;

@@ -5,11 +5,13 @@
 
 namespace NimbalHost {
 
-void KernelCoppReactor::onAttribute(Kiv::AttrId attr, std::any const& key) {
+void KernelCoppReactor::onAttribute(Kiv::AttrId attr, Kiv::KeyRef const& key) {
    if (attr != "coppInfo") {
       return;
    }
-   handle(std::any_cast<Key const&>(key));
+   // A copy: the reaction may change the collection the key was told from.
+   Key const changed = key.as<Key>();
+   handle(changed);
 }
 
 void KernelCoppReactor::sync() {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <any>
 #include <set>
 #include <unordered_set>
 
@@ -24,7 +23,7 @@ class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
 
    explicit KernelCoppReactor(Nimbal::QosAclHelperV1* helper) : helper_(helper) {}
 
-   void onAttribute(Kiv::AttrId attr, std::any const& key) override;
+   void onAttribute(Kiv::AttrId attr, Kiv::KeyRef const& key) override;
    // Room for the keys the configuration can hold, so that programming them never rehashes.
    void keysReserve(std::size_t keys) { programmed_.reserve(keys); }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <any>
 #include <cstddef>
 #include <optional>
 #include <type_traits>
@@ -149,7 +148,7 @@ class Collection {
   private:
    void changed(Key const& key) const {
       if (owner_ && owner_->hasObservers()) {
-         owner_->notify(attr_, std::any(key));
+         owner_->notify(attr_, KeyRef(key));
       }
    }
 

@@ -68,7 +68,7 @@ void Entity::notify(AttrId attr) const {
    forEachNotifiee([&](NotifieeBase* n) { n->onAttribute(attr); });
 }
 
-void Entity::notify(AttrId attr, std::any const& key) const {
+void Entity::notify(AttrId attr, KeyRef const& key) const {
    forEachNotifiee([&](NotifieeBase* n) { n->onAttribute(attr, key); });
 }
 

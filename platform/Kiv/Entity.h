@@ -1,9 +1,9 @@
 #pragma once
 
-#include <any>
 #include <memory>
 #include <vector>
 
+#include "Kiv/KeyRef.h"
 #include "Kiv/Ptr.h"
 #include "Kiv/Types.h"
 
@@ -31,7 +31,7 @@ class Entity : public PtrInterface {
    // Tells every active notifiee of a change of a scalar attribute, or of one key of a
    // collection attribute. Nothing is told while notifications are off.
    void notify(AttrId attr) const;
-   void notify(AttrId attr, std::any const& key) const;
+   void notify(AttrId attr, KeyRef const& key) const;
    bool hasObservers() const { return notificationActive_ && notifiees_ && !notifiees_->empty(); }
 
    std::size_t notifiees() const { return notifiees_ ? notifiees_->size() : 0; }
@@ -66,7 +66,7 @@ class NotifieeBase {
    void isActiveIs(bool active) { active_ = active; }
 
    virtual void onAttribute(AttrId) {}
-   virtual void onAttribute(AttrId, std::any const&) {}
+   virtual void onAttribute(AttrId, KeyRef const&) {}
 
   protected:
    void notifierBaseIs(Entity const* e);

@@ -100,7 +100,7 @@ class QueueTakenAway : public Kiv::NotifieeBase {
       notifierBaseIs(status_.ptr());
    }
    ~QueueTakenAway() override { notifierBaseIs(nullptr); }
-   void onAttribute(Kiv::AttrId attr, std::any const&) override {
+   void onAttribute(Kiv::AttrId attr, Kiv::KeyRef const&) override {
       if (std::string(attr) == "cmap") {
          cpuQColl_->cpuQDel(queue_);
       }

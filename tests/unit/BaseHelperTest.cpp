@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <any>
 #include <string>
 #include <vector>
 
@@ -197,7 +196,9 @@ TEST(TcamBaseHelper, InterfaceGroupAnnouncesOnlyRealChanges) {
    struct Recorder : Kiv::Notifiee<NimbalTcam::IntfGroup> {
       std::vector<std::string> seen;
       void onAttribute(Kiv::AttrId a) override { seen.push_back(std::string(a)); }
-      void onAttribute(Kiv::AttrId a, std::any const&) override { seen.push_back(std::string(a)); }
+      void onAttribute(Kiv::AttrId a, Kiv::KeyRef const&) override {
+         seen.push_back(std::string(a));
+      }
    };
    Kiv::Ptr<NimbalTcam::IntfGroup> g(new NimbalTcam::IntfGroup());
    Recorder r;

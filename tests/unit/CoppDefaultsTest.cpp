@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <any>
 #include <map>
 #include <string>
 #include <vector>
@@ -27,11 +26,11 @@ class PublicationRecorder : public Kiv::NotifieeBase {
    }
    ~PublicationRecorder() override { notifierBaseIs(nullptr); }
 
-   void onAttribute(Kiv::AttrId attr, std::any const& key) override {
+   void onAttribute(Kiv::AttrId attr, Kiv::KeyRef const& key) override {
       if (std::string(attr) != "coppInfo") {
          return;
       }
-      auto const k = std::any_cast<ModIdPortQueueKey>(key);
+      auto const k = key.as<ModIdPortQueueKey>();
       if (auto info = config_->coppInfoCol().value(k)) {
          published.emplace_back(k, *info);
          config_->coppInfoDel(k);

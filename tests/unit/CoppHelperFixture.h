@@ -87,7 +87,7 @@ class AttributeSpy : public Kiv::NotifieeBase {
       notifierBaseIs(notifier);
    }
    void onAttribute(Kiv::AttrId attr) override { record(attr, std::any()); }
-   void onAttribute(Kiv::AttrId attr, std::any const& key) override { record(attr, key); }
+   void onAttribute(Kiv::AttrId attr, Kiv::KeyRef const& key) override { record(attr, key.any()); }
 
    // False once the watched entity is gone.
    bool bound() const { return notifierBase() != nullptr; }

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <any>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -28,11 +27,11 @@ struct Owner : Kiv::Entity {
 struct Observer : Kiv::Notifiee<Owner> {
    std::vector<std::string> seen;
    void onAttribute(Kiv::AttrId attr) override { seen.push_back(std::string(attr)); }
-   void onAttribute(Kiv::AttrId attr, std::any const& key) override {
+   void onAttribute(Kiv::AttrId attr, Kiv::KeyRef const& key) override {
       std::string k;
-      if (auto const* i = std::any_cast<Orvik::IntfId>(&key)) {
+      if (auto const* i = key.get<Orvik::IntfId>()) {
          k = i->stringValue();
-      } else if (auto const* u = std::any_cast<U32>(&key)) {
+      } else if (auto const* u = key.get<U32>()) {
          k = std::to_string(*u);
       }
       seen.push_back(std::string(attr) + ":" + k);

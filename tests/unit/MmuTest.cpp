@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <any>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -23,7 +22,7 @@ constexpr char const* coppPMap = "copp-system-policy";
 struct CpuQObserver : Kiv::Notifiee<MmuCpuQ> {
    std::vector<std::string> seen;
    void onAttribute(Kiv::AttrId attr) override { seen.push_back(std::string(attr)); }
-   void onAttribute(Kiv::AttrId attr, std::any const&) override {
+   void onAttribute(Kiv::AttrId attr, Kiv::KeyRef const&) override {
       seen.push_back(std::string(attr));
    }
 };

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <any>
 #include <string>
 #include <vector>
 
@@ -15,7 +14,7 @@ template <class T>
 struct Recorder : Kiv::Notifiee<T> {
    std::vector<std::string> seen;
    void onAttribute(Kiv::AttrId attr) override { seen.push_back(std::string(attr)); }
-   void onAttribute(Kiv::AttrId attr, std::any const&) override {
+   void onAttribute(Kiv::AttrId attr, Kiv::KeyRef const&) override {
       seen.push_back(std::string(attr));
    }
 };

@@ -83,6 +83,10 @@ class FlatMap {
       if (last < size && equal(elements_[last].first, key)) {
          return last;
       }
+      if (last + 1 < size && equal(elements_[last + 1].first, key)) {
+         lastFound_.store(last + 1, std::memory_order_relaxed);
+         return last + 1;
+      }
       auto const it = lowerBound(elements_, key);
       if (it == elements_.end() || key < it->first) {
          return size;
@@ -95,8 +99,9 @@ class FlatMap {
 
    std::vector<value_type> elements_;
    // The place of the last key found. Lookups come in runs of one key (every CPU queue of a
-   // port asks for the port's interface), and a run then costs a comparison, not a search. Only
-   // a hint: checked against the key, whatever changed since.
+   // port asks for the port's interface) or walk the keys in order (the CPU queues of a port,
+   // one after the other), and then cost a comparison or two, not a search. Only a hint:
+   // checked against the key, whatever changed since.
    mutable std::atomic<std::size_t> lastFound_{0};
 };
 

@@ -103,6 +103,24 @@ TEST(KivFlatMap, ARunOfLookupsOfOneKeySearchesOnce) {
    }
 }
 
+TEST(KivFlatMap, AWalkInKeyOrderComparesAtMostFourTimesAKey) {
+   Kiv::FlatMap<Counted, int> m;
+   for (int k = 0; k < 1024; ++k) {
+      m.try_emplace(Counted{k}, k);
+   }
+   ASSERT_NE(m.find(Counted{0}), m.end());
+   for (int k = 1; k < 1024; ++k) {
+      Counted::comparisons = 0;
+      auto const it = m.find(Counted{k});
+      ASSERT_NE(it, m.end());
+      EXPECT_EQ(it->second, k);
+      EXPECT_LE(Counted::comparisons, 4) << "key " << k;
+   }
+   // Out of order, it searches again, and finds.
+   EXPECT_EQ(m.find(Counted{3})->second, 3);
+   EXPECT_EQ(m.find(Counted{5000}), m.end());
+}
+
 // The place of the last key found is a hint only: whatever moved since, a lookup finds the key
 // where it stands now, or nothing.
 TEST(KivFlatMap, ALookupAfterAChangeFindsTheKeyWhereItStandsNow) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <optional>
 #include <type_traits>
@@ -39,9 +40,13 @@ class Collection {
    // Collections of records: create-or-return. A new record gets its notifications on.
    template <bool R = ofRecords, class = std::enable_if_t<R>>
    Value is(Key const& key) {
+      if (Element* const last = lastFound(key)) {
+         return last->second;
+      }
       // One lookup: the slot is taken first and filled, or given back if the record throws.
       auto [it, inserted] = map_.try_emplace(key);
       if (!inserted) {
+         found(*it);
          return it->second;
       }
       try {
@@ -51,6 +56,7 @@ class Collection {
          throw;
       }
       it->second->hasNotificationActiveIs(true);
+      found(*it);
       Value record = it->second;
       changed(key);
       return record;
@@ -59,7 +65,16 @@ class Collection {
    // Maps of values: insert or overwrite; an equal value changes nothing and notifies nobody.
    template <bool R = ofRecords, class = std::enable_if_t<!R>>
    bool is(Key const& key, Value const& value) {
+      if (Element* const last = lastFound(key)) {
+         if (last->second == value) {
+            return false;
+         }
+         last->second = value;
+         changed(key);
+         return true;
+      }
       auto [it, inserted] = map_.try_emplace(key, value);
+      found(*it);
       if (!inserted) {
          if (it->second == value) {
             return false;
@@ -72,6 +87,7 @@ class Collection {
 
    // Removes the element, if any; a removed record is handed back (it dies with the last handle).
    std::conditional_t<ofRecords, Value, bool> del(Key const& key) {
+      forget();
       auto it = map_.find(key);
       if (it == map_.end()) {
          return {};
@@ -90,6 +106,7 @@ class Collection {
 
    // Removes the element at an iterator during a walk; returns the next position.
    iterator del(iterator it) {
+      forget();
       Key key = it->first;
       auto next = map_.erase(it);
       changed(key);
@@ -109,17 +126,17 @@ class Collection {
 
    // Lookup: the record or null; the value or its default.
    Value find(Key const& key) const {
-      auto it = map_.find(key);
-      return it == map_.end() ? Value() : it->second;
+      Element const* const element = lookup(key);
+      return element ? element->second : Value();
    }
    std::optional<Value> value(Key const& key) const {
-      auto it = map_.find(key);
-      if (it == map_.end()) {
+      Element const* const element = lookup(key);
+      if (!element) {
          return std::nullopt;
       }
-      return it->second;
+      return element->second;
    }
-   bool has(Key const& key) const { return map_.find(key) != map_.end(); }
+   bool has(Key const& key) const { return lookup(key) != nullptr; }
    // Room for `n` elements: a known number of keys is then made without rehashing. Where the
    // elements stand in a walk depends on the room, as it does on the history of the collection.
    void reserve(std::size_t n) {
@@ -146,6 +163,41 @@ class Collection {
    }
 
   private:
+   using Element = typename Map::value_type;
+   // A sorted array keeps its own place of the last key found.
+   static constexpr bool hinted = !std::is_same_v<Map, FlatMap<Key, Value>>;
+
+   Element* lastFound(Key const& key) const {
+      if constexpr (hinted) {
+         Element* const last = last_.load(std::memory_order_relaxed);
+         if (last && map_.key_eq()(last->first, key)) {
+            return last;
+         }
+      }
+      return nullptr;
+   }
+   void found(Element const& element) const {
+      if constexpr (hinted) {
+         last_.store(const_cast<Element*>(&element), std::memory_order_relaxed);
+      }
+   }
+   void forget() {
+      if constexpr (hinted) {
+         last_.store(nullptr, std::memory_order_relaxed);
+      }
+   }
+   Element const* lookup(Key const& key) const {
+      if (Element const* const last = lastFound(key)) {
+         return last;
+      }
+      auto const it = map_.find(key);
+      if (it == map_.end()) {
+         return nullptr;
+      }
+      found(*it);
+      return &*it;
+   }
+
    void changed(Key const& key) const {
       if (owner_ && owner_->hasObservers()) {
          owner_->notify(attr_, KeyRef(key));
@@ -155,6 +207,11 @@ class Collection {
    Entity const* owner_;
    AttrId attr_;
    Map map_;
+   // The element last found or made: lookups come in runs of one key (every CPU queue of an
+   // interface asks for its counter record; removing a key looks its record up three times),
+   // and a run then costs a comparison, not a hash and a walk of a bucket. Elements of a hash
+   // table stay where they are when it grows; an element removed takes the hint with it.
+   mutable std::atomic<Element*> last_{nullptr};
 };
 
 // Hash collections take their nodes from the framework's blocks; which allocator holds a node

@@ -12,9 +12,7 @@ class ActivityLock {
   public:
    void lock();
    void unlock();
-   bool held() const {
-      return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id();
-   }
+   bool held() const { return heldBy(std::this_thread::get_id()); }
    int depth() const { return depth_; }
 
   private:
@@ -27,10 +25,13 @@ class ActivityLock {
       give();
       return depth;
    }
-   void retake(int depth) {
+   void retake(int depth, std::thread::id self) {
       take();
-      owner_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+      owner_.store(self, std::memory_order_relaxed);
       depth_ = depth;
+   }
+   bool heldBy(std::thread::id self) const {
+      return owner_.load(std::memory_order_relaxed) == self;
    }
    // The word: 0 free, 1 taken, 2 taken and someone may be waiting.
    void take() {
@@ -58,11 +59,14 @@ ActivityLock& activityLock();
 // Releases the lock for its scope and takes it back on every way out of the scope.
 class UnlockAnchor {
   public:
+   // The thread is asked for once: it is the same on the way out.
    explicit UnlockAnchor(ActivityLock& lock)
-       : lock_(lock), released_(lock.held() ? lock.releaseAll() : 0) {}
+       : lock_(lock),
+         self_(std::this_thread::get_id()),
+         released_(lock.heldBy(self_) ? lock.releaseAll() : 0) {}
    ~UnlockAnchor() {
       if (released_ > 0) {
-         lock_.retake(released_);
+         lock_.retake(released_, self_);
       }
    }
    UnlockAnchor(UnlockAnchor const&) = delete;
@@ -70,6 +74,7 @@ class UnlockAnchor {
 
   private:
    ActivityLock& lock_;
+   std::thread::id const self_;
    int released_;
 };
 

@@ -64,11 +64,11 @@ void Entity::forEachNotifiee(F&& f) const {
    }
 }
 
-void Entity::notify(AttrId attr) const {
+void Entity::tell(AttrId attr) const {
    forEachNotifiee([&](NotifieeBase* n) { n->onAttribute(attr); });
 }
 
-void Entity::notify(AttrId attr, KeyRef const& key) const {
+void Entity::tell(AttrId attr, KeyRef const& key) const {
    forEachNotifiee([&](NotifieeBase* n) { n->onAttribute(attr, key); });
 }
 

@@ -30,8 +30,18 @@ class Entity : public PtrInterface {
 
    // Tells every active notifiee of a change of a scalar attribute, or of one key of a
    // collection attribute. Nothing is told while notifications are off.
-   void notify(AttrId attr) const;
-   void notify(AttrId attr, KeyRef const& key) const;
+   // Inline up to the test for reactors: most entities have none, and a record's setters
+   // tell on every change.
+   void notify(AttrId attr) const {
+      if (hasObservers()) {
+         tell(attr);
+      }
+   }
+   void notify(AttrId attr, KeyRef const& key) const {
+      if (hasObservers()) {
+         tell(attr, key);
+      }
+   }
    bool hasObservers() const { return notificationActive_ && notifiees_ && !notifiees_->empty(); }
 
    std::size_t notifiees() const { return notifiees_ ? notifiees_->size() : 0; }
@@ -44,6 +54,8 @@ class Entity : public PtrInterface {
    friend class NotifieeBase;
    void notifieeAdd(NotifieeBase* n) const;
    void notifieeDel(NotifieeBase* n) const;
+   void tell(AttrId attr) const;
+   void tell(AttrId attr, KeyRef const& key) const;
    template <class F>
    void forEachNotifiee(F&& f) const;
 

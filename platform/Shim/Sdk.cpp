@@ -75,11 +75,6 @@ bcm_field_stat_t Sdk::coppStatType(int index) const {
    return index == 0 ? bcmFieldStatPackets : bcmFieldStatRedPackets;
 }
 
-void Sdk::preCall(std::string_view call) {
-   ++preCalls_;
-   pendingPreCall_ = call;
-}
-
 void Sdk::journalLimitIs(std::size_t calls) {
    journalLimit_ = calls;
    while (journal_.size() > journalLimit_) {

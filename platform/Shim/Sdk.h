@@ -59,7 +59,10 @@ class Sdk {
 
    // Hooks that bracket each direct call: counted so that tests see they ran. The pre-call
    // text must live until the call it announces (the call texts are literals).
-   void preCall(std::string_view call);
+   void preCall(std::string_view call) {
+      ++preCalls_;
+      pendingPreCall_ = call;
+   }
    void callFailed(std::string const& call, int rc);
    U64 preCalls() const { return preCalls_; }
    U64 callFailures() const { return callFailures_; }

@@ -199,7 +199,7 @@ class Collection {
    }
 
    void changed(Key const& key) const {
-      if (owner_ && owner_->hasObservers()) {
+      if (owner_) {
          owner_->notify(attr_, KeyRef(key));
       }
    }

@@ -41,9 +41,7 @@ void Entity::notifieeDel(NotifieeBase* n) const {
 
 template <class F>
 void Entity::forEachNotifiee(F&& f) const {
-   if (!hasObservers()) {
-      return;
-   }
+   // Only told with reactors present (notify tests it).
    std::vector<NotifieeBase*> const& notifiees = *notifiees_;
    // One reactor, the usual case: nothing is walked after it reacts.
    if (notifiees.size() == 1) {

@@ -12,7 +12,6 @@ namespace {
 struct Hashed {
    int value = 0;
    bool operator==(Hashed const&) const = default;
-   bool operator<(Hashed const& o) const { return value < o.value; }
 };
 
 int hashes = 0;

@@ -25,7 +25,6 @@ Agent::Agent(NimbalHost::SwitchConfig const& config) : sw(NimbalHost::buildSwitc
    // Neither the agent nor its benchmarks read the journal of SDK calls.
    sw->sdk().journalLimitIs(0);
    reactor = std::make_unique<NimbalHost::KernelCoppReactor>(sw->helper().ptr());
-   reactor->keysReserve(sw->portQueueKeys());
    reactor->notifierIs(sw->kernelCoppConfig());
 }
 

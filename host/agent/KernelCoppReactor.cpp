@@ -55,7 +55,7 @@ void KernelCoppReactor::handle(Key const& key) {
       return;
    }
    // A new key is entered as programmed with the one lookup that tells whether it was.
-   if (!programmed_.insert(key).second) {
+   if (!programmed_.insert(key)) {
       helper_->destroyCoppPolicerByPortQueue(key);
    }
    createEntered(key);

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <set>
-#include <unordered_set>
 
-#include "Kiv/Allocator.h"
 #include "Kiv/Entity.h"
 #include "NimbalQos/NimbalQosProtectionHelper.h"
 #include "Oskel/KernelCoPPConfig.h"
+#include "host/agent/PortQueueKeySet.h"
 
 namespace NimbalHost {
 
@@ -17,15 +16,12 @@ namespace NimbalHost {
 class KernelCoppReactor : public Kiv::Notifiee<Oskel::KernelCoPPConfig> {
   public:
    using Key = Oskel::ModIdPortQueueKey;
-   // Found by key only; a switch has tens of thousands, kept in the framework's blocks.
-   using KeySet =
-       std::unordered_set<Key, std::hash<Key>, std::equal_to<Key>, Kiv::NodeAllocator<Key>>;
+   // A switch has tens of thousands, entered one port's queues after the other.
+   using KeySet = PortQueueKeySet;
 
    explicit KernelCoppReactor(Nimbal::QosAclHelperV1* helper) : helper_(helper) {}
 
    void onAttribute(Kiv::AttrId attr, Kiv::KeyRef const& key) override;
-   // Room for the keys the configuration can hold, so that programming them never rehashes.
-   void keysReserve(std::size_t keys) { programmed_.reserve(keys); }
 
    // Programs what the configuration holds now, in key order: the reactor joins after the
    // agent's start-up has already published the default rates.

@@ -177,7 +177,6 @@ void SimAgent::start() {
    }
    classes_ = std::make_unique<QosClassConfig>(*switch_);
    kernel_ = std::make_unique<KernelCoppReactor>(switch_->helper().ptr());
-   kernel_->keysReserve(switch_->portQueueKeys());
    kernel_->notifierIs(switch_->kernelCoppConfig());
    startUpReport();
    afterStep();

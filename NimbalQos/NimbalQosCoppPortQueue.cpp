@@ -99,10 +99,7 @@ bool QosAclHelperV1::createCoppPolicerByPortQueue(Oskel::ModIdPortQueueKey const
    coppData->policerIdIs(policer);
    // Where the entry's hits go when it is destroyed; a count left by an earlier entry of the
    // same queue is kept.
-   Kiv::Ptr<NimbalQosCoppIntfCounterData> const counterData = coppIntfCounterDataIs(intf);
-   if (!counterData->qCounterColHas(key.queue())) {
-      counterData->qCounterColIs(key.queue(), NimbalQosCoppQCounterData(0));
-   }
+   coppIntfCounterDataIs(intf)->qCounterColIsNew(key.queue(), NimbalQosCoppQCounterData(0));
 
    if (vxlanCoppSrcPortWorkAroundNeeded() && scsd()->vxlanEnabled() &&
        !createCoppVxlanSrcPortPolicerByPortQueue(key)) {

@@ -85,6 +85,20 @@ class Collection {
       return true;
    }
 
+   // Maps of values: inserts where the key has no value, keeps the one it has; one lookup.
+   template <bool R = ofRecords, class = std::enable_if_t<!R>>
+   bool isNew(Key const& key, Value const& value) {
+      if (lastFound(key)) {
+         return false;
+      }
+      auto [it, inserted] = map_.try_emplace(key, value);
+      found(*it);
+      if (inserted) {
+         changed(key);
+      }
+      return inserted;
+   }
+
    // Removes the element, if any; a removed record is handed back (it dies with the last handle).
    std::conditional_t<ofRecords, Value, bool> del(Key const& key) {
       forget();
@@ -272,12 +286,18 @@ using OrderedMap = Collection<Key, Value, FlatMap<Key, Value>, false>;
    KIV_COLLECTION_OPS(::Kiv::HashMap, Key, Value, name, this) \
    bool name##Is(Key const& k, Value const& v) {              \
       return name##_.is(k, v);                                \
+   }                                                          \
+   bool name##IsNew(Key const& k, Value const& v) {           \
+      return name##_.isNew(k, v);                             \
    }
 
 #define KIV_INNER_VALUE_MAP(Key, Value, name)                    \
    KIV_COLLECTION_OPS(::Kiv::HashMap, Key, Value, name, nullptr) \
    bool name##Is(Key const& k, Value const& v) {                 \
       return name##_.is(k, v);                                   \
+   }                                                             \
+   bool name##IsNew(Key const& k, Value const& v) {              \
+      return name##_.isNew(k, v);                                \
    }
 
 #define KIV_ORDERED_MAP(Key, Value, name)                        \

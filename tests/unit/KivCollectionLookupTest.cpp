@@ -94,6 +94,25 @@ TEST_F(KivCollectionLookup, ARemovedKeyIsNotFoundAgain) {
    EXPECT_EQ(owner->record(), 0u);
 }
 
+TEST_F(KivCollectionLookup, AValueIsNewOnlyWhereTheKeyHasNoneAndIsFoundInOneLookup) {
+   hashes = 0;
+   EXPECT_FALSE(owner->countIsNew(Hashed{7}, 70));  // the value it has is kept
+   EXPECT_EQ(owner->count(Hashed{7}), 7);
+   EXPECT_EQ(hashes, 1);
+
+   hashes = 0;
+   EXPECT_TRUE(owner->countIsNew(Hashed{700}, 5));
+   EXPECT_EQ(hashes, 1);
+   EXPECT_FALSE(owner->countIsNew(Hashed{700}, 6));
+   EXPECT_EQ(owner->count(Hashed{700}), 5);
+   EXPECT_EQ(hashes, 1);
+   EXPECT_EQ(owner->count(), 201u);
+
+   owner->countDel(Hashed{700});
+   EXPECT_TRUE(owner->countIsNew(Hashed{700}, 8));
+   EXPECT_EQ(owner->count(Hashed{700}), 8);
+}
+
 // Any mix of changes and repeated lookups finds what a standard map holds.
 TEST(KivCollectionLookupRandom, LookupsMatchAStandardMap) {
    Kiv::Ptr<Owner> const owner(new Owner());
@@ -112,12 +131,14 @@ TEST(KivCollectionLookupRandom, LookupsMatchAStandardMap) {
             model.erase(key);
             break;
          case 2:
+            ASSERT_EQ(owner->countIsNew(Hashed{key}, value), model.emplace(key, value).second)
+                << step;
+            break;
+         default:
             if (random() % 16 == 0) {
                owner->countDelAll();
                model.clear();
             }
-            break;
-         default:
             break;
       }
       for (int look = 0; look < 2; ++look) {

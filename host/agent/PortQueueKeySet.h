@@ -107,19 +107,34 @@ class PortQueueKeySet {
       ++size_;
       return true;
    }
-   std::size_t erase(Key const& key);
+   std::size_t erase(Key const& key) {
+      if (key.queue() >= queueBits) {
+         std::size_t const gone = wide_.erase(key);
+         size_ -= gone;
+         return gone;
+      }
+      U64 const port = portOf(key);
+      U64* const bits = foundBits(*this, port);
+      U64 const bit = U64(1) << key.queue();
+      if (!bits || !(*bits & bit)) {
+         return 0;
+      }
+      lastPort_ = port;
+      lastBits_ = bits;
+      *bits &= ~bit;
+      --size_;
+      if (*bits == 0) {
+         ports_.erase(port);
+         lastBits_ = nullptr;
+      }
+      return 1;
+   }
    std::size_t count(Key const& key) const {
       if (key.queue() >= queueBits) {
          return wide_.count(key);
       }
-      U64 const port = portOf(key);
-      U64 bits = 0;
-      if (lastBits_ && lastPort_ == port) {
-         bits = *lastBits_;
-      } else if (auto const it = ports_.find(port); it != ports_.end()) {
-         bits = it->second;
-      }
-      return (bits >> key.queue()) & 1;
+      U64 const* const bits = foundBits(*this, portOf(key));
+      return bits ? (*bits >> key.queue()) & 1 : 0;
    }
    std::size_t size() const { return size_; }
    bool empty() const { return size_ == 0; }
@@ -137,6 +152,15 @@ class PortQueueKeySet {
   private:
    static constexpr U32 queueBits = 64;
    static U64 portOf(Key const& key) { return (U64(key.modId()) << 32) | key.port(); }
+   // The port's bits, or null: the port entered last is tried before the map.
+   template <class Self>
+   static auto foundBits(Self& self, U64 port) -> decltype(&self.ports_.begin()->second) {
+      if (self.lastBits_ && self.lastPort_ == port) {
+         return self.lastBits_;
+      }
+      auto const it = self.ports_.find(port);
+      return it != self.ports_.end() ? &it->second : nullptr;
+   }
    U64& portBits(U64 port) {
       if (!lastBits_ || lastPort_ != port) {
          lastBits_ = &ports_.try_emplace(port, 0).first->second;
@@ -152,33 +176,5 @@ class PortQueueKeySet {
    U64 lastPort_ = 0;
    U64* lastBits_ = nullptr;
 };
-
-inline std::size_t PortQueueKeySet::erase(Key const& key) {
-   if (key.queue() >= queueBits) {
-      std::size_t const gone = wide_.erase(key);
-      size_ -= gone;
-      return gone;
-   }
-   U64 const port = portOf(key);
-   if (!lastBits_ || lastPort_ != port) {
-      auto const it = ports_.find(port);
-      if (it == ports_.end()) {
-         return 0;
-      }
-      lastBits_ = &it->second;
-      lastPort_ = port;
-   }
-   U64 const bit = U64(1) << key.queue();
-   if (!(*lastBits_ & bit)) {
-      return 0;
-   }
-   *lastBits_ &= ~bit;
-   --size_;
-   if (*lastBits_ == 0) {
-      ports_.erase(port);
-      lastBits_ = nullptr;
-   }
-   return 1;
-}
 
 }  // namespace NimbalHost

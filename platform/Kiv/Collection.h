@@ -10,6 +10,7 @@
 #include "Kiv/Allocator.h"
 #include "Kiv/Entity.h"
 #include "Kiv/FlatMap.h"
+#include "Kiv/GroupedMap.h"
 
 namespace Kiv {
 
@@ -178,8 +179,8 @@ class Collection {
 
   private:
    using Element = typename Map::value_type;
-   // A sorted array keeps its own place of the last key found.
-   static constexpr bool hinted = !std::is_same_v<Map, FlatMap<Key, Value>>;
+   // Hash tables only: the ordered maps keep their own place of the last key found.
+   static constexpr bool hinted = requires { typename Map::hasher; };
 
    Element* lastFound(Key const& key) const {
       if constexpr (hinted) {
@@ -240,6 +241,9 @@ using HashMap = Collection<Key, Value, HashTable<Key, Value>, false>;
 // Ordered collections are small and read far more than changed: one sorted array.
 template <class Key, class Value>
 using OrderedMap = Collection<Key, Value, FlatMap<Key, Value>, false>;
+// Keys that come in dense runs of a group (see KeyGroups): a block of slots a group.
+template <class Key, class Value>
+using GroupedValueMap = Collection<Key, Value, GroupedMap<Key, Value>, false>;
 
 }  // namespace Kiv
 
@@ -298,6 +302,12 @@ using OrderedMap = Collection<Key, Value, FlatMap<Key, Value>, false>;
    }                                                             \
    bool name##IsNew(Key const& k, Value const& v) {              \
       return name##_.isNew(k, v);                                \
+   }
+
+#define KIV_GROUPED_VALUE_MAP(Key, Value, name)                       \
+   KIV_COLLECTION_OPS(::Kiv::GroupedValueMap, Key, Value, name, this) \
+   bool name##Is(Key const& k, Value const& v) {                      \
+      return name##_.is(k, v);                                        \
    }
 
 #define KIV_ORDERED_MAP(Key, Value, name)                        \

@@ -35,11 +35,12 @@ inline std::ostream& operator<<(std::ostream& os, CoppInfo const& c) {
              << c.burstTokens() << (c.enabled() ? " enabled" : " disabled");
 }
 
-// The agent's kernel CoPP configuration: one CoppInfo per (module id, port, queue).
+// The agent's kernel CoPP configuration: one CoppInfo per (module id, port, queue), held a port's
+// queues to a block.
 class KernelCoPPConfig : public Kiv::Entity {
   public:
    KernelCoPPConfig() { hasNotificationActiveIs(true); }
-   KIV_VALUE_MAP(ModIdPortQueueKey, CoppInfo, coppInfo)
+   KIV_GROUPED_VALUE_MAP(ModIdPortQueueKey, CoppInfo, coppInfo)
 };
 
 }  // namespace Oskel

@@ -36,6 +36,20 @@ inline std::ostream& operator<<(std::ostream& os, ModIdPortQueueKey const& k) {
 
 }  // namespace Oskel
 
+namespace Kiv {
+template <class Key>
+struct KeyGroups;
+
+// The CPU queues of a port, 64 to a group.
+template <>
+struct KeyGroups<Oskel::ModIdPortQueueKey> {
+   static Oskel::ModIdPortQueueKey group(Oskel::ModIdPortQueueKey const& k) {
+      return {k.modId(), k.port(), k.queue() & ~U32(63)};
+   }
+   static unsigned slot(Oskel::ModIdPortQueueKey const& k) { return k.queue() & 63; }
+};
+}  // namespace Kiv
+
 template <>
 struct std::hash<Oskel::ModIdPortQueueKey> {
    // Cheap and noexcept: the hash tables keyed by it keep no hash code in each node.

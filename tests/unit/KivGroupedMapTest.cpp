@@ -1,0 +1,227 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Kiv/Collection.h"
+#include "Kiv/GroupedMap.h"
+#include "Oskel/ModIdPortQueueKey.h"
+
+namespace {
+
+using Key = Oskel::ModIdPortQueueKey;
+using Map = Kiv::GroupedMap<Key, int>;
+
+std::vector<std::pair<Key, int>> contents(Map const& m) {
+   return {m.begin(), m.end()};
+}
+std::vector<std::pair<Key, int>> contents(std::map<Key, int> const& m) {
+   return {m.begin(), m.end()};
+}
+
+TEST(KivGroupedMap, WalksInKeyOrderAcrossQueuesModulesAndGroupsOf64) {
+   Map m;
+   std::map<Key, int> expected;
+   int n = 0;
+   for (Key const k : {Key(1, 0, 5), Key(0, 7, 64), Key(0, 7, 63), Key(0, 7, 0), Key(0, 2, 130),
+                       Key(1, 0, 4), Key(0, 7, 127), Key(0, 7, 128)}) {
+      EXPECT_TRUE(m.try_emplace(k, ++n).second);
+      expected.emplace(k, n);
+   }
+   EXPECT_EQ(contents(m), contents(expected));
+   EXPECT_EQ(m.size(), expected.size());
+}
+
+TEST(KivGroupedMap, AKeyAlreadyThereKeepsItsValue) {
+   Map m;
+   m.try_emplace(Key(0, 1, 2), 4);
+   auto const [it, inserted] = m.try_emplace(Key(0, 1, 2), 9);
+   EXPECT_FALSE(inserted);
+   EXPECT_EQ(it->second, 4);
+   EXPECT_EQ(m.size(), 1u);
+}
+
+TEST(KivGroupedMap, FindsOnlyKeysItHolds) {
+   Map m;
+   for (U32 q = 0; q < 140; q += 3) {
+      m.try_emplace(Key(2, 9, q), static_cast<int>(q));
+   }
+   for (U32 q = 0; q < 200; ++q) {
+      for (Key const k : {Key(2, 9, q), Key(2, 8, q), Key(3, 9, q)}) {
+         bool const held = k.modId() == 2 && k.port() == 9 && q < 140 && q % 3 == 0;
+         auto const it = m.find(k);
+         ASSERT_EQ(it != m.end(), held) << k;
+         EXPECT_EQ(m.count(k), held ? 1u : 0u);
+         if (held) {
+            EXPECT_EQ(it->first, k);
+            EXPECT_EQ(it->second, static_cast<int>(q));
+         }
+      }
+   }
+}
+
+TEST(KivGroupedMap, ErasingAtAPlaceGivesTheNextElementEvenInTheNextGroup) {
+   Map m;
+   m.try_emplace(Key(0, 1, 62), 1);
+   m.try_emplace(Key(0, 1, 63), 2);
+   m.try_emplace(Key(0, 1, 70), 3);
+   m.try_emplace(Key(0, 2, 0), 4);
+   auto it = m.erase(m.find(Key(0, 1, 62)));
+   ASSERT_NE(it, m.end());
+   EXPECT_EQ(it->first, Key(0, 1, 63));
+   it = m.erase(it);
+   ASSERT_NE(it, m.end());
+   EXPECT_EQ(it->first, Key(0, 1, 70));
+   it = m.erase(it);
+   ASSERT_NE(it, m.end());
+   EXPECT_EQ(it->first, Key(0, 2, 0));
+   EXPECT_EQ(m.erase(it), m.end());
+   EXPECT_TRUE(m.empty());
+   EXPECT_EQ(m.begin(), m.end());
+   EXPECT_EQ(m.erase(Key(0, 1, 62)), 0u);
+}
+
+TEST(KivGroupedMap, AnElementStaysWhereItIsWhateverElseIsMadeOrErased) {
+   Map m;
+   auto const [it, inserted] = m.try_emplace(Key(5, 500, 17), 17);
+   ASSERT_TRUE(inserted);
+   std::pair<Key const, int>* const element = &*it;
+   for (U32 port = 0; port < 1000; ++port) {
+      for (U32 q = 0; q < 70; q += 7) {
+         m.try_emplace(Key(port % 7, port, q), 1);
+      }
+   }
+   for (U32 port = 0; port < 1000; port += 2) {
+      m.erase(Key(port % 7, port, 14));
+   }
+   EXPECT_EQ(&*m.find(Key(5, 500, 17)), element);
+   EXPECT_EQ(element->second, 17);
+}
+
+// A value that counts the live ones, and that throws when made from a negative number.
+int alive = 0;
+struct Counted {
+   explicit Counted(int v) : value(v) {
+      if (v < 0) {
+         throw std::runtime_error("negative");
+      }
+      ++alive;
+   }
+   Counted(Counted const& o) : value(o.value) { ++alive; }
+   ~Counted() { --alive; }
+   int value;
+};
+
+TEST(KivGroupedMap, EveryValueMadeIsDestroyedOnceAndAValueThatThrowsLeavesNothing) {
+   alive = 0;
+   {
+      Kiv::GroupedMap<Key, Counted> m;
+      for (U32 q = 0; q < 100; ++q) {
+         m.try_emplace(Key(0, 3, q), static_cast<int>(q));
+      }
+      EXPECT_EQ(alive, 100);
+      EXPECT_THROW(m.try_emplace(Key(0, 3, 200), -1), std::runtime_error);
+      EXPECT_THROW(m.try_emplace(Key(0, 4, 1), -1), std::runtime_error);
+      EXPECT_EQ(m.size(), 100u);
+      EXPECT_EQ(m.find(Key(0, 3, 200)), m.end());
+      EXPECT_EQ(m.find(Key(0, 4, 1)), m.end());
+      for (U32 q = 0; q < 100; q += 2) {
+         EXPECT_EQ(m.erase(Key(0, 3, q)), 1u);
+      }
+      EXPECT_EQ(alive, 50);
+      EXPECT_EQ(m.try_emplace(Key(0, 3, 0), 7).first->second.value, 7);
+      EXPECT_EQ(alive, 51);
+   }
+   EXPECT_EQ(alive, 0);
+}
+
+TEST(KivGroupedMap, TwentyThousandRandomStepsMatchAnOrderedMap) {
+   std::mt19937 rng(20261126);
+   Map m;
+   std::map<Key, int> model;
+   auto randomKey = [&] { return Key(rng() % 3, rng() % 6, rng() % 140); };
+   for (int step = 0; step < 20000; ++step) {
+      Key const k = randomKey();
+      switch (rng() % 5) {
+         case 0:
+         case 1: {
+            auto const [it, inserted] = m.try_emplace(k, step);
+            auto const [mit, minserted] = model.try_emplace(k, step);
+            ASSERT_EQ(inserted, minserted) << k;
+            ASSERT_EQ(it->second, mit->second) << k;
+            break;
+         }
+         case 2:
+            ASSERT_EQ(m.erase(k), model.erase(k)) << k;
+            break;
+         case 3: {
+            auto const it = m.find(k);
+            auto const mit = model.find(k);
+            ASSERT_EQ(it == m.end(), mit == model.end()) << k;
+            if (mit != model.end()) {
+               ASSERT_EQ(it->second, mit->second);
+               it->second = step;
+               mit->second = step;
+            }
+            break;
+         }
+         default: {
+            // Erase every element of one queue parity during a walk.
+            U32 const parity = rng() % 2;
+            for (auto it = m.begin(); it != m.end();) {
+               it = it->first.queue() % 2 == parity ? m.erase(it) : std::next(it);
+            }
+            std::erase_if(model, [&](auto const& e) { return e.first.queue() % 2 == parity; });
+            break;
+         }
+      }
+      ASSERT_EQ(m.size(), model.size());
+      if (step % 97 == 0) {
+         ASSERT_EQ(contents(m), contents(model)) << step;
+      }
+   }
+   ASSERT_EQ(contents(m), contents(model));
+}
+
+struct Owner : Kiv::Entity {
+   Owner() { hasNotificationActiveIs(true); }
+   KIV_GROUPED_VALUE_MAP(Key, int, rate)
+};
+
+struct Told : Kiv::Notifiee<Owner> {
+   void onAttribute(Kiv::AttrId attr, Kiv::KeyRef const& key) override {
+      told.emplace_back(std::string(attr), key.as<Key>());
+   }
+   std::vector<std::pair<std::string, Key>> told;
+};
+
+TEST(KivGroupedMap, AsACollectionItNotifiesEveryChangeOnlyAndWalksInKeyOrder) {
+   Kiv::Ptr<Owner> const owner(new Owner());
+   Told told;
+   told.notifierIs(owner);
+   EXPECT_TRUE(owner->rateIs(Key(0, 2, 65), 10));
+   EXPECT_TRUE(owner->rateIs(Key(0, 2, 1), 20));
+   EXPECT_FALSE(owner->rateIs(Key(0, 2, 1), 20));
+   EXPECT_TRUE(owner->rateIs(Key(0, 2, 1), 30));
+   EXPECT_EQ(owner->rate(Key(0, 2, 1)), 30);
+   EXPECT_EQ(owner->rate(Key(0, 2, 2)), 0);
+   EXPECT_TRUE(owner->rateHas(Key(0, 2, 65)));
+   EXPECT_EQ(owner->rate(), 2u);
+   EXPECT_EQ(owner->rateCol().keys(), (std::vector<Key>{Key(0, 2, 1), Key(0, 2, 65)}));
+   EXPECT_TRUE(owner->rateDel(Key(0, 2, 65)));
+   EXPECT_FALSE(owner->rateDel(Key(0, 2, 65)));
+   owner->rateDelAll();
+   EXPECT_EQ(owner->rate(), 0u);
+   std::vector<std::pair<std::string, Key>> const expected = {{"rate", Key(0, 2, 65)},
+                                                              {"rate", Key(0, 2, 1)},
+                                                              {"rate", Key(0, 2, 1)},
+                                                              {"rate", Key(0, 2, 65)},
+                                                              {"rate", Key(0, 2, 1)}};
+   EXPECT_EQ(told.told, expected);
+}
+
+}  // namespace

@@ -28,13 +28,6 @@ void QosAclHelperV1::createDefaultCoppRates() {
    // Front-panel and fabric ports in one ascending walk; a port in both is published once.
    auto const& ports = scsd()->nimbalPortToIntfCol();
    auto const& fabricPorts = scsd()->nimbalFabricPortToIntfCol();
-   // The agent programs each published key: room for them all at once, not by rehashing.
-   std::size_t queues = 0;
-   for (auto const& [id, cpuQ] : cpuQColl->cpuQCol()) {
-      queues += cpuQ->allocated() != 0 && cpuQ->cpuQId() != cpuCosqDrop_ ? 1 : 0;
-   }
-   kernelDynamicCoppDataReserve(kernelDynamicCoppData() +
-                                (ports.size() + fabricPorts.size()) * queues);
    auto it = ports.begin();
    auto fabricIt = fabricPorts.begin();
    while (it != ports.end() || fabricIt != fabricPorts.end()) {

@@ -147,10 +147,11 @@ class NIMBAL_QOS_EXPORT QosAclHelperV1 : public virtual QosAclHelper {
    // CoPP state; the collections notify the helper's observers under their names.
    KIV_VALUE_MAP(Orvik::IntfId, NimbalQosPolicerHwData, portDefaultCoppPolicerHwData)
    KIV_RECORD_COLLECTION(Orvik::IntfId, NimbalQosCoppIntfPolicerData, coppIntfPolicerData)
-   KIV_RECORD_COLLECTION(Oskel::ModIdPortQueueKey, NimbalQosKernelDynamicCoppData,
-                         kernelDynamicCoppData)
-   KIV_RECORD_COLLECTION(Oskel::ModIdPortQueueKey, NimbalQosKernelDynamicCoppData,
-                         kernelDynamicCoppVxlanData)
+   // A port's queues come and go together: one block of slots a port, walked in key order.
+   KIV_GROUPED_RECORD_COLLECTION(Oskel::ModIdPortQueueKey, NimbalQosKernelDynamicCoppData,
+                                 kernelDynamicCoppData)
+   KIV_GROUPED_RECORD_COLLECTION(Oskel::ModIdPortQueueKey, NimbalQosKernelDynamicCoppData,
+                                 kernelDynamicCoppVxlanData)
    KIV_VALUE_MAP(Orvik::IntfId, NimbalQosPolicerHwData, portDefaultCoppPolicerVxlanHwData)
    KIV_ORDERED_MAP(U32, bool, coppVxlanDynEntryInUse)
 

@@ -139,14 +139,6 @@ void CoppResourceModel::startUp() {
    for (auto const& [p, name] : fabricPortIntf_) {
       allPorts.insert(p);
    }
-   // The library makes room for a record of each key it publishes (a port in both lists counted
-   // twice, as it counts them), which decides the order of its walks.
-   std::size_t queues = 0;
-   for (auto const& [id, q] : cpuQueues_) {
-      queues += !q.row.classes.empty() && id != Nimbal::cpuCosqDrop_ ? 1 : 0;
-   }
-   kernelDynamicCoppData_.reserve(kernelDynamicCoppData_.size() +
-                                  (portIntf_.size() + fabricPortIntf_.size()) * queues);
    for (Port const& p : allPorts) {
       for (auto const& [id, q] : cpuQueues_) {
          if (q.row.classes.empty() || id == Nimbal::cpuCosqDrop_) {
@@ -473,7 +465,7 @@ void CoppResourceModel::syncVxlanEntries(bool retry) {
    if (!syncVxlanDefaults(retry)) {
       return;
    }
-   // The library walks its records in their hash collection's order.
+   // The library walks its records in key order.
    std::vector<Key> keys;
    keys.reserve(kernelDynamicCoppData_.size());
    for (auto const& [key, programmed] : kernelDynamicCoppData_) {

@@ -211,7 +211,7 @@ class CoppResourceModel {
    std::optional<U64> retriedAt_;
 
    // The library's collections, as the library keeps them.
-   std::unordered_map<Key, bool> kernelDynamicCoppData_;
+   std::map<Key, bool> kernelDynamicCoppData_;
    std::set<Key> kernelDynamicCoppVxlanData_;
    std::unordered_map<Orvik::IntfId, U32> portDefaultCoppPolicerRate_;
    std::set<std::string> portDefaultCoppPolicerVxlan_;

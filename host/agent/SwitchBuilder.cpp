@@ -193,9 +193,6 @@ void Switch::tcamManagersIs() {
    // Large enough unless given: an entry and a meter for every (port, CPU queue) of the switch.
    // The default-and-VXLAN group needs at most one default and one VXLAN default entry per port
    // and the 512 dynamic VXLAN entries, which the chip's own pool size covers.
-   // Room made at once for every key the kernel CoPP configuration can hold: the start-up
-   // publishes without rehashing.
-   kernelCoppConfig_->coppInfoReserve(portQueueKeys());
    U32 const perPortQueue =
        std::max(Shim::SimChip::defaultEntryPoolSize, static_cast<U32>(portQueueKeys()));
    SwitchResources sizes;

@@ -242,6 +242,8 @@ using HashMap = Collection<Key, Value, HashTable<Key, Value>, false>;
 template <class Key, class Value>
 using OrderedMap = Collection<Key, Value, FlatMap<Key, Value>, false>;
 // Keys that come in dense runs of a group (see KeyGroups): a block of slots a group.
+template <class Key, class Record>
+using GroupedCollection = Collection<Key, Ptr<Record>, GroupedMap<Key, Ptr<Record>>, true>;
 template <class Key, class Value>
 using GroupedValueMap = Collection<Key, Value, GroupedMap<Key, Value>, false>;
 
@@ -302,6 +304,12 @@ using GroupedValueMap = Collection<Key, Value, GroupedMap<Key, Value>, false>;
    }                                                             \
    bool name##IsNew(Key const& k, Value const& v) {              \
       return name##_.isNew(k, v);                                \
+   }
+
+#define KIV_GROUPED_RECORD_COLLECTION(Key, Record, name)                 \
+   KIV_COLLECTION_OPS(::Kiv::GroupedCollection, Key, Record, name, this) \
+   ::Kiv::Ptr<Record> name##Is(Key const& k) {                           \
+      return name##_.is(k);                                              \
    }
 
 #define KIV_GROUPED_VALUE_MAP(Key, Value, name)                       \

@@ -224,4 +224,39 @@ TEST(KivGroupedMap, AsACollectionItNotifiesEveryChangeOnlyAndWalksInKeyOrder) {
    EXPECT_EQ(told.told, expected);
 }
 
+struct Port : Kiv::Entity {
+   explicit Port(Key const& k) : key(k) {
+      if (k.queue() == 99) {
+         throw std::runtime_error("queue 99");
+      }
+   }
+   Key key;
+};
+
+struct Ports : Kiv::Entity {
+   Ports() { hasNotificationActiveIs(true); }
+   KIV_GROUPED_RECORD_COLLECTION(Key, Port, port)
+};
+
+TEST(KivGroupedMap, AsARecordCollectionItMakesARecordOnceAndHandsItBackOnRemoval) {
+   Kiv::Ptr<Ports> const ports(new Ports());
+   Kiv::Ptr<Port> const made = ports->portIs(Key(1, 4, 70));
+   ASSERT_TRUE(made);
+   EXPECT_EQ(made->key, Key(1, 4, 70));
+   EXPECT_EQ(ports->portIs(Key(1, 4, 70)), made);
+   EXPECT_EQ(ports->port(Key(1, 4, 70)), made);
+   ports->portIs(Key(1, 4, 3));
+   ports->portIs(Key(0, 9, 5));
+   EXPECT_EQ(ports->portCol().keys(),
+             (std::vector<Key>{Key(0, 9, 5), Key(1, 4, 3), Key(1, 4, 70)}));
+   // A record that cannot be made leaves no element behind.
+   EXPECT_THROW(ports->portIs(Key(1, 4, 99)), std::runtime_error);
+   EXPECT_FALSE(ports->portHas(Key(1, 4, 99)));
+   EXPECT_EQ(ports->port(), 3u);
+   EXPECT_EQ(ports->portDel(Key(1, 4, 70)), made);
+   EXPECT_FALSE(ports->port(Key(1, 4, 70)));
+   EXPECT_FALSE(ports->portDel(Key(1, 4, 70)));
+   EXPECT_EQ(ports->port(), 2u);
+}
+
 }  // namespace

@@ -47,8 +47,7 @@ TEST(PreflightProgram, TheDemoFits) {
 TEST(PreflightProgram, WhatDoesNotFitEndsWithThreeAndNamesWhatStaysUnpoliced) {
    ProgramRun const r = run("--preflight examples/vxlan-exhaustion.json");
    EXPECT_EQ(r.code, 3);
-   EXPECT_TRUE(
-       has(r.out, "    Ethernet1 queue 1 (CoppSystemBgp), Ethernet6 queue 32 (CoppSystemVxlan)\n"))
+   EXPECT_TRUE(has(r.out, "    Ethernet8 queues 38-39 (CoppSystemMlag-CoppSystemDefault)\n"))
        << r.out;
    EXPECT_TRUE(has(r.out,
                    "the library would raise QOS_COPP_HW_RESOURCE_FULL 4 times and "

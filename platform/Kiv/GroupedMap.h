@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <iterator>
@@ -21,9 +22,9 @@ struct KeyGroups;
 // An ordered map for keys that come in dense runs (the CPU queues of a port): each group of 64
 // keys has one block of 64 slots and a word of bits saying which are taken, and the blocks are
 // found by their group in a sorted array. A run of keys then costs a bit and a slot next to the
-// last one, not a node and a hash lookup each, and a walk reads memory in order. A block stays
-// once made, so that no erase moves an element; an insert into a new group moves the array of
-// groups, not the elements, and invalidates iterators. Walked in key order.
+// last one, not a node and a hash lookup each, and a walk reads memory in order. No element ever
+// moves, and no erase moves the array; an insert into a new group moves the array, not the
+// elements, and invalidates iterators. Walked in key order.
 template <class Key, class Value>
 class GroupedMap {
    using Groups = KeyGroups<Key>;
@@ -71,8 +72,8 @@ class GroupedMap {
       reference operator*() const { return map_->block(group_)->at(slot_); }
       pointer operator->() const { return &**this; }
       Iterator& operator++() {
-         U64 const later =
-             slot_ == 63 ? 0 : map_->block(group_)->taken >> (slot_ + 1) << (slot_ + 1);
+         Block const* const block = map_->block(group_);
+         U64 const later = slot_ == 63 || !block ? 0 : block->taken >> (slot_ + 1) << (slot_ + 1);
          if (later != 0) {
             slot_ = static_cast<unsigned>(std::countr_zero(later));
          } else {
@@ -129,9 +130,14 @@ class GroupedMap {
       if (block->taken & bit) {
          return {{this, group, slot}, false};
       }
-      ::new (static_cast<void*>(block->slots[slot]))
-          value_type(std::piecewise_construct, std::forward_as_tuple(key),
-                     std::forward_as_tuple(std::forward<A>(args)...));
+      try {
+         ::new (static_cast<void*>(block->slots[slot]))
+             value_type(std::piecewise_construct, std::forward_as_tuple(key),
+                        std::forward_as_tuple(std::forward<A>(args)...));
+      } catch (...) {
+         notMade(group);
+         throw;
+      }
       block->taken |= bit;
       ++size_;
       return {{this, group, slot}, true};
@@ -139,13 +145,13 @@ class GroupedMap {
 
    // Returns the position after the element erased.
    iterator erase(const_iterator it) {
-      iterator next(this, it.group_, it.slot_);
-      ++next;
-      Block* const block = this->block(it.group_);
-      block->at(it.slot_).~value_type();
-      block->taken &= ~(U64(1) << it.slot_);
+      Block* const group = block(it.group_);
+      group->at(it.slot_).~value_type();
+      group->taken &= ~(U64(1) << it.slot_);
       --size_;
-      return next;
+      erased();
+      iterator next(this, it.group_, it.slot_);
+      return ++next;
    }
    std::size_t erase(Key const& key) {
       auto const it = find(key);
@@ -156,8 +162,31 @@ class GroupedMap {
       return 1;
    }
 
+   // The blocks held: one for each group that had an element since the map was last empty.
+   std::size_t blocks() const {
+      return static_cast<std::size_t>(std::count_if(
+          index_.begin(), index_.end(), [](auto const& group) { return group.second != nullptr; }));
+   }
+
   private:
    Block* block(std::size_t group) const { return (index_.begin() + group)->second; }
+   // A group's block is kept while the map holds anything, for the group's next key; an empty
+   // map gives every block back. A block made for a value that could not be made goes at once.
+   void erased() {
+      if (size_ == 0) {
+         for (auto& group : index_) {
+            delete group.second;
+            group.second = nullptr;
+         }
+      }
+   }
+   void notMade(std::size_t group) {
+      Block*& block = (index_.begin() + group)->second;
+      if (block->taken == 0) {
+         delete block;
+         block = nullptr;
+      }
+   }
 
    // The first element at or after the group at `group`.
    template <bool Const>
@@ -165,7 +194,7 @@ class GroupedMap {
       using Map = std::conditional_t<Const, GroupedMap const, GroupedMap>;
       auto* const self = const_cast<Map*>(this);
       for (; group < index_.size(); ++group) {
-         if (U64 const taken = block(group)->taken) {
+         if (U64 const taken = block(group) ? block(group)->taken : 0) {
             return {self, group, static_cast<unsigned>(std::countr_zero(taken))};
          }
       }
@@ -175,7 +204,7 @@ class GroupedMap {
    template <bool Const, class Self>
    static Iterator<Const> findIn(Self& self, Key const& key) {
       auto const it = self.index_.find(Groups::group(key));
-      if (it != self.index_.end()) {
+      if (it != self.index_.end() && it->second) {
          unsigned const slot = Groups::slot(key);
          if (it->second->taken & (U64(1) << slot)) {
             return {&self, static_cast<std::size_t>(it - self.index_.begin()), slot};
@@ -191,12 +220,9 @@ class GroupedMap {
       auto it = index_.find(group);
       if (it == index_.end()) {
          it = index_.try_emplace(group, nullptr).first;
-         try {
-            it->second = new Block();
-         } catch (...) {
-            index_.erase(it);
-            throw;
-         }
+      }
+      if (!it->second) {
+         it->second = new Block();
       }
       return {static_cast<std::size_t>(it - index_.begin()), it->second};
    }

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -127,6 +128,7 @@ TEST(KivGroupedMap, EveryValueMadeIsDestroyedOnceAndAValueThatThrowsLeavesNothin
       EXPECT_THROW(m.try_emplace(Key(0, 3, 200), -1), std::runtime_error);
       EXPECT_THROW(m.try_emplace(Key(0, 4, 1), -1), std::runtime_error);
       EXPECT_EQ(m.size(), 100u);
+      EXPECT_EQ(m.blocks(), 2u);
       EXPECT_EQ(m.find(Key(0, 3, 200)), m.end());
       EXPECT_EQ(m.find(Key(0, 4, 1)), m.end());
       for (U32 q = 0; q < 100; q += 2) {
@@ -137,6 +139,40 @@ TEST(KivGroupedMap, EveryValueMadeIsDestroyedOnceAndAValueThatThrowsLeavesNothin
       EXPECT_EQ(alive, 51);
    }
    EXPECT_EQ(alive, 0);
+}
+
+TEST(KivGroupedMap, AGroupLeftEmptyKeepsItsBlockUntilTheMapIsEmpty) {
+   Map m;
+   for (U32 port = 0; port < 3; ++port) {
+      for (U32 q = 60; q < 70; ++q) {
+         m.try_emplace(Key(0, port, q), 1);
+      }
+   }
+   EXPECT_EQ(m.blocks(), 6u);
+   for (U32 q = 64; q < 70; ++q) {
+      m.erase(Key(0, 1, q));
+   }
+   EXPECT_EQ(m.blocks(), 6u);
+   // A walk steps over the empty group.
+   std::vector<Key> keys;
+   for (auto const& [key, value] : m) {
+      keys.push_back(key);
+   }
+   EXPECT_EQ(keys.size(), 24u);
+   EXPECT_EQ(keys[9], Key(0, 0, 69));
+   EXPECT_EQ(keys[10], Key(0, 1, 60));
+   EXPECT_EQ(keys[14], Key(0, 2, 60));
+   for (int round = 0; round < 1000; ++round) {
+      m.try_emplace(Key(0, 1, 65), round);
+      EXPECT_EQ(m.find(Key(0, 1, 65))->second, round);
+      m.erase(Key(0, 1, 65));
+   }
+   EXPECT_EQ(m.blocks(), 6u);
+   for (auto it = m.begin(); it != m.end();) {
+      it = m.erase(it);
+   }
+   EXPECT_EQ(m.blocks(), 0u);
+   EXPECT_TRUE(m.empty());
 }
 
 TEST(KivGroupedMap, TwentyThousandRandomStepsMatchAnOrderedMap) {
@@ -182,6 +218,12 @@ TEST(KivGroupedMap, TwentyThousandRandomStepsMatchAnOrderedMap) {
       ASSERT_EQ(m.size(), model.size());
       if (step % 97 == 0) {
          ASSERT_EQ(contents(m), contents(model)) << step;
+         std::set<Key> groups;
+         for (auto const& [key, value] : model) {
+            groups.insert(Kiv::KeyGroups<Key>::group(key));
+         }
+         ASSERT_GE(m.blocks(), groups.size()) << step;
+         ASSERT_EQ(m.blocks() == 0, model.empty()) << step;
       }
    }
    ASSERT_EQ(contents(m), contents(model));

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <new>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "Kiv/FlatMap.h"

@@ -122,8 +122,7 @@ class NIMBAL_QOS_EXPORT NimbalQosCoppIntfCounterData : public Kiv::Entity {
    Orvik::IntfId const intfId_;
 
   public:
-   // An interface's queues in one block: made in a run at boot, walked in queue order.
-   KIV_INNER_GROUPED_VALUE_MAP(U32, NimbalQosCoppQCounterData, qCounterCol)
+   KIV_INNER_VALUE_MAP(U32, NimbalQosCoppQCounterData, qCounterCol)
 };
 
 }  // namespace Nimbal

@@ -312,15 +312,6 @@ using GroupedValueMap = Collection<Key, Value, GroupedMap<Key, Value>, false>;
       return name##_.is(k);                                              \
    }
 
-#define KIV_INNER_GROUPED_VALUE_MAP(Key, Value, name)                    \
-   KIV_COLLECTION_OPS(::Kiv::GroupedValueMap, Key, Value, name, nullptr) \
-   bool name##Is(Key const& k, Value const& v) {                         \
-      return name##_.is(k, v);                                           \
-   }                                                                     \
-   bool name##IsNew(Key const& k, Value const& v) {                      \
-      return name##_.isNew(k, v);                                        \
-   }
-
 #define KIV_GROUPED_VALUE_MAP(Key, Value, name)                       \
    KIV_COLLECTION_OPS(::Kiv::GroupedValueMap, Key, Value, name, this) \
    bool name##Is(Key const& k, Value const& v) {                      \

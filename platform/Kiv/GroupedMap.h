@@ -20,13 +20,6 @@ namespace Kiv {
 template <class Key>
 struct KeyGroups;
 
-// Small numbers (CPU queues): 64 to a group.
-template <>
-struct KeyGroups<U32> {
-   static U32 group(U32 k) { return k & ~U32(63); }
-   static unsigned slot(U32 k) { return k & 63; }
-};
-
 // An ordered map for keys that come in dense runs (the CPU queues of a port): each group of 64
 // keys has one block of 64 slots and a word of bits saying which are taken, and the blocks are
 // found by their group in a sorted array. A run of keys then costs a bit and a slot next to the

@@ -301,22 +301,4 @@ TEST(KivGroupedMap, AsARecordCollectionItMakesARecordOnceAndHandsItBackOnRemoval
    EXPECT_EQ(ports->port(), 2u);
 }
 
-struct Queues : Kiv::Entity {
-   KIV_INNER_GROUPED_VALUE_MAP(U32, int, hits)
-};
-
-TEST(KivGroupedMap, AnInnerMapOfQueuesTakesANewValueOnlyWhereItHasNoneAndWalksInQueueOrder) {
-   Kiv::Ptr<Queues> const queues(new Queues());
-   for (U32 q : {64u, 1u, 63u, 130u, 0u}) {
-      EXPECT_TRUE(queues->hitsIsNew(q, static_cast<int>(q)));
-   }
-   EXPECT_FALSE(queues->hitsIsNew(63, 7));
-   EXPECT_EQ(queues->hits(63), 63);
-   EXPECT_TRUE(queues->hitsIs(63, 7));
-   EXPECT_EQ(queues->hits(63), 7);
-   EXPECT_EQ(queues->hitsCol().keys(), (std::vector<U32>{0, 1, 63, 64, 130}));
-   EXPECT_TRUE(queues->hitsDel(64));
-   EXPECT_EQ(queues->hitsCol().keys(), (std::vector<U32>{0, 1, 63, 130}));
-}
-
 }  // namespace

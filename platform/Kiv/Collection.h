@@ -108,7 +108,7 @@ class Collection {
          return {};
       }
       if constexpr (ofRecords) {
-         Value record = it->second;
+         Value record = std::move(it->second);
          map_.erase(it);
          changed(key);
          return record;
@@ -179,17 +179,26 @@ class Collection {
 
   private:
    using Element = typename Map::value_type;
-   // Hash tables only: the ordered maps keep their own place of the last key found.
-   static constexpr bool hinted = requires { typename Map::hasher; };
+   // Maps whose elements never move: a hash table's nodes, a grouped map's slots. A sorted
+   // array moves its elements and keeps its own place of the last key found.
+   static constexpr bool hinted = requires { typename Map::hasher; }
+   || requires { requires Map::elementsStay; };
 
    Element* lastFound(Key const& key) const {
       if constexpr (hinted) {
          Element* const last = last_.load(std::memory_order_relaxed);
-         if (last && map_.key_eq()(last->first, key)) {
+         if (last && sameKey(last->first, key)) {
             return last;
          }
       }
       return nullptr;
+   }
+   bool sameKey(Key const& a, Key const& b) const {
+      if constexpr (requires { map_.key_eq(); }) {
+         return map_.key_eq()(a, b);
+      } else {
+         return a == b;
+      }
    }
    void found(Element const& element) const {
       if constexpr (hinted) {
@@ -205,12 +214,20 @@ class Collection {
       if (Element const* const last = lastFound(key)) {
          return last;
       }
-      auto const it = map_.find(key);
-      if (it == map_.end()) {
-         return nullptr;
+      if constexpr (requires { map_.get(key); }) {
+         Element const* const element = map_.get(key);
+         if (element) {
+            found(*element);
+         }
+         return element;
+      } else {
+         auto const it = map_.find(key);
+         if (it == map_.end()) {
+            return nullptr;
+         }
+         found(*it);
+         return &*it;
       }
-      found(*it);
-      return &*it;
    }
 
    void changed(Key const& key) const {

@@ -47,6 +47,11 @@ class FlatMap {
    iterator find(Key const& key) { return elements_.begin() + place(key); }
    const_iterator find(Key const& key) const { return elements_.begin() + place(key); }
    std::size_t count(Key const& key) const { return find(key) != end() ? 1 : 0; }
+   // The element of `key`, or null: a lookup without an iterator to compare with the end.
+   value_type const* get(Key const& key) const {
+      std::size_t const at = place(key);
+      return at < elements_.size() ? &elements_[at] : nullptr;
+   }
 
    // As std::map's: the element of `key`, made from `args` if there was none.
    template <class... A>
@@ -76,13 +81,17 @@ class FlatMap {
       return std::lower_bound(elements.begin(), elements.end(), key,
                               [](value_type const& e, Key const& k) { return e.first < k; });
    }
-   // Where `key` stands, or size() if it is not there.
+   // Where `key` stands, or size() if it is not there. The hint's check is inlined at every
+   // lookup; the search is kept out of line, so a hit saves no registers for it.
    std::size_t place(Key const& key) const {
-      std::size_t const size = elements_.size();
       std::size_t const last = lastFound_.load(std::memory_order_relaxed);
-      if (last < size && equal(elements_[last].first, key)) {
+      if (last < elements_.size() && equal(elements_[last].first, key)) {
          return last;
       }
+      return search(key, last);
+   }
+   [[gnu::noinline]] std::size_t search(Key const& key, std::size_t last) const {
+      std::size_t const size = elements_.size();
       if (last + 1 < size && equal(elements_[last + 1].first, key)) {
          lastFound_.store(last + 1, std::memory_order_relaxed);
          return last + 1;
@@ -95,7 +104,14 @@ class FlatMap {
       lastFound_.store(at, std::memory_order_relaxed);
       return at;
    }
-   static bool equal(Key const& a, Key const& b) { return !(a < b) && !(b < a); }
+   // Keys that say equality themselves say it in one pass rather than two orderings.
+   static bool equal(Key const& a, Key const& b) {
+      if constexpr (requires { bool(a == b); }) {
+         return a == b;
+      } else {
+         return !(a < b) && !(b < a);
+      }
+   }
 
    std::vector<value_type> elements_;
    // The place of the last key found. Lookups come in runs of one key (every CPU queue of a

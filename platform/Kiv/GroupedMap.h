@@ -121,6 +121,13 @@ class GroupedMap {
    iterator find(Key const& key) { return findIn<false>(*this, key); }
    const_iterator find(Key const& key) const { return findIn<true>(*this, key); }
    std::size_t count(Key const& key) const { return find(key) != end() ? 1 : 0; }
+   // The element of `key`, or null.
+   value_type* get(Key const& key) const {
+      auto const* const group = holder(key);
+      return group ? &group->second->at(Groups::slot(key)) : nullptr;
+   }
+   // No element moves while it is in the map: a pointer to one stays good until it is erased.
+   static constexpr bool elementsStay = true;
 
    // As std::map's: the element of `key`, made from `args` if there was none.
    template <class... A>
@@ -146,20 +153,16 @@ class GroupedMap {
 
    // Returns the position after the element erased.
    iterator erase(const_iterator it) {
-      Block* const group = block(it.group_);
-      group->at(it.slot_).~value_type();
-      group->taken &= ~(U64(1) << it.slot_);
-      --size_;
-      erased();
+      destroy(block(it.group_), it.slot_);
       iterator next(this, it.group_, it.slot_);
       return ++next;
    }
    std::size_t erase(Key const& key) {
-      auto const it = find(key);
-      if (it == end()) {
+      auto const* const group = holder(key);
+      if (!group) {
          return 0;
       }
-      erase(it);
+      destroy(group->second, Groups::slot(key));
       return 1;
    }
 
@@ -171,6 +174,12 @@ class GroupedMap {
 
   private:
    Block* block(std::size_t group) const { return (index_.begin() + group)->second; }
+   void destroy(Block* block, unsigned slot) {
+      block->at(slot).~value_type();
+      block->taken &= ~(U64(1) << slot);
+      --size_;
+      erased();
+   }
    // A group's block is kept while the map holds anything, for the group's next key; an empty
    // map gives every block back. A block made for a value that could not be made goes at once.
    void erased() {
@@ -202,16 +211,25 @@ class GroupedMap {
       return {self, index_.size(), 0};
    }
 
+   // The index's entry of the group that holds an element of `key`, or null.
+   typename Index::value_type const* holder(Key const& key) const {
+      if (size_ == 0) {
+         return nullptr;  // the VXLAN twins of a switch without the workaround
+      }
+      auto const* const group = index_.get(Groups::group(key));
+      if (!group || !group->second || !(group->second->taken & (U64(1) << Groups::slot(key)))) {
+         return nullptr;
+      }
+      return group;
+   }
+
    template <bool Const, class Self>
    static Iterator<Const> findIn(Self& self, Key const& key) {
-      auto const it = self.index_.find(Groups::group(key));
-      if (it != self.index_.end() && it->second) {
-         unsigned const slot = Groups::slot(key);
-         if (it->second->taken & (U64(1) << slot)) {
-            return {&self, static_cast<std::size_t>(it - self.index_.begin()), slot};
-         }
+      auto const* const group = self.holder(key);
+      if (!group) {
+         return self.end();
       }
-      return self.end();
+      return {&self, static_cast<std::size_t>(group - &*self.index_.begin()), Groups::slot(key)};
    }
 
    // The group's block, made if it has none. Runs of keys find their group by the index's own

@@ -121,6 +121,57 @@ TEST(KivFlatMap, AWalkInKeyOrderComparesAtMostFourTimesAKey) {
    EXPECT_EQ(m.find(Counted{5000}), m.end());
 }
 
+// A key that says equality itself: the hint is checked with one equality, not two orderings.
+struct Equated {
+   int value = 0;
+   static inline int equalities = 0;
+   static inline int orderings = 0;
+   bool operator==(Equated const& o) const {
+      ++equalities;
+      return value == o.value;
+   }
+   bool operator<(Equated const& o) const {
+      ++orderings;
+      return value < o.value;
+   }
+};
+
+TEST(KivFlatMap, AKeyThatSaysEqualityIsCheckedAgainstTheHintOnce) {
+   Kiv::FlatMap<Equated, int> m;
+   for (int k = 0; k < 64; ++k) {
+      m.try_emplace(Equated{k}, k);
+   }
+   ASSERT_EQ(m.find(Equated{40})->second, 40);
+   Equated::equalities = 0;
+   Equated::orderings = 0;
+   EXPECT_EQ(m.find(Equated{40})->second, 40);
+   EXPECT_EQ(Equated::equalities, 1);
+   EXPECT_EQ(Equated::orderings, 0);
+   EXPECT_EQ(m.find(Equated{41})->second, 41);  // the next place: one more equality
+   EXPECT_EQ(Equated::equalities, 3);
+   EXPECT_EQ(Equated::orderings, 0);
+}
+
+TEST(KivFlatMap, GetGivesTheElementOfAKeyOrNull) {
+   Kiv::FlatMap<int, int> m;
+   EXPECT_EQ(m.get(3), nullptr);
+   for (int k : {1, 3, 5}) {
+      m.try_emplace(k, k * 10);
+   }
+   for (int k = 0; k < 7; ++k) {
+      auto const* const element = m.get(k);
+      if (k % 2 == 1) {
+         ASSERT_NE(element, nullptr) << k;
+         EXPECT_EQ(element, &*m.find(k));
+         EXPECT_EQ(element->second, k * 10);
+      } else {
+         EXPECT_EQ(element, nullptr) << k;
+      }
+   }
+   m.erase(5);
+   EXPECT_EQ(m.get(5), nullptr);  // under the hint of the last key found
+}
+
 // The place of the last key found is a hint only: whatever moved since, a lookup finds the key
 // where it stands now, or nothing.
 TEST(KivFlatMap, ALookupAfterAChangeFindsTheKeyWhereItStandsNow) {

@@ -14,6 +14,31 @@
 
 namespace {
 
+// A key whose group is counted: a lookup that asks for the group searched the index.
+struct Slotted {
+   int group = 0;
+   unsigned slot = 0;
+   bool operator==(Slotted const&) const = default;
+   bool operator<(Slotted const& o) const {
+      return group != o.group ? group < o.group : slot < o.slot;
+   }
+};
+
+int groupsAsked = 0;
+
+}  // namespace
+
+template <>
+struct Kiv::KeyGroups<Slotted> {
+   static Slotted group(Slotted const& k) {
+      ++groupsAsked;
+      return {k.group, 0};
+   }
+   static unsigned slot(Slotted const& k) { return k.slot; }
+};
+
+namespace {
+
 using Key = Oskel::ModIdPortQueueKey;
 using Map = Kiv::GroupedMap<Key, int>;
 
@@ -84,6 +109,32 @@ TEST(KivGroupedMap, ErasingAtAPlaceGivesTheNextElementEvenInTheNextGroup) {
    EXPECT_TRUE(m.empty());
    EXPECT_EQ(m.begin(), m.end());
    EXPECT_EQ(m.erase(Key(0, 1, 62)), 0u);
+}
+
+TEST(KivGroupedMap, GetGivesTheElementOfAKeyOrNullAndEraseByKeyOnlyWhatItHolds) {
+   Map m;
+   EXPECT_EQ(m.get(Key(0, 1, 2)), nullptr);
+   EXPECT_EQ(m.erase(Key(0, 1, 2)), 0u);
+   m.try_emplace(Key(0, 1, 2), 12);
+   m.try_emplace(Key(0, 1, 70), 170);
+   auto* const element = m.get(Key(0, 1, 2));
+   ASSERT_NE(element, nullptr);
+   EXPECT_EQ(element, &*m.find(Key(0, 1, 2)));
+   EXPECT_EQ(element->second, 12);
+   EXPECT_EQ(m.get(Key(0, 1, 70))->second, 170);
+   EXPECT_EQ(m.get(Key(0, 1, 3)), nullptr);  // a group it has, a slot it has not
+   EXPECT_EQ(m.get(Key(0, 2, 2)), nullptr);  // a group it has not
+   EXPECT_EQ(m.erase(Key(0, 1, 3)), 0u);
+   EXPECT_EQ(m.erase(Key(0, 2, 2)), 0u);
+   EXPECT_EQ(m.size(), 2u);
+   EXPECT_EQ(m.erase(Key(0, 1, 2)), 1u);
+   EXPECT_EQ(m.get(Key(0, 1, 2)), nullptr);
+   EXPECT_EQ(m.size(), 1u);
+   EXPECT_EQ(m.blocks(), 2u);
+   EXPECT_EQ(m.erase(Key(0, 1, 70)), 1u);
+   EXPECT_EQ(m.blocks(), 0u);
+   EXPECT_EQ(m.get(Key(0, 1, 70)), nullptr);
+   EXPECT_TRUE(m.empty());
 }
 
 TEST(KivGroupedMap, AnElementStaysWhereItIsWhateverElseIsMadeOrErased) {
@@ -198,6 +249,7 @@ TEST(KivGroupedMap, TwentyThousandRandomStepsMatchAnOrderedMap) {
             auto const it = m.find(k);
             auto const mit = model.find(k);
             ASSERT_EQ(it == m.end(), mit == model.end()) << k;
+            ASSERT_EQ(m.get(k), it == m.end() ? nullptr : &*it) << k;
             if (mit != model.end()) {
                ASSERT_EQ(it->second, mit->second);
                it->second = step;
@@ -299,6 +351,82 @@ TEST(KivGroupedMap, AsARecordCollectionItMakesARecordOnceAndHandsItBackOnRemoval
    EXPECT_FALSE(ports->port(Key(1, 4, 70)));
    EXPECT_FALSE(ports->portDel(Key(1, 4, 70)));
    EXPECT_EQ(ports->port(), 2u);
+}
+
+struct Slot : Kiv::Entity {
+   explicit Slot(Slotted const& k) : key(k) {}
+   Slotted key;
+};
+
+struct Slots : Kiv::Entity {
+   Slots() { hasNotificationActiveIs(true); }
+   KIV_GROUPED_RECORD_COLLECTION(Slotted, Slot, slot)
+   KIV_GROUPED_VALUE_MAP(Slotted, int, count)
+};
+
+struct KivGroupedCollection : ::testing::Test {
+   Kiv::Ptr<Slots> owner{new Slots()};
+   void SetUp() override {
+      for (int group = 0; group < 3; ++group) {
+         for (unsigned slot = 0; slot < 10; ++slot) {
+            owner->slotIs({group, slot});
+            owner->countIs({group, slot}, group * 100 + static_cast<int>(slot));
+         }
+      }
+   }
+};
+
+TEST_F(KivGroupedCollection, ARunOfLookupsOfOneKeyAsksForItsGroupOnce) {
+   groupsAsked = 0;
+   Kiv::Ptr<Slot> const first = owner->slot({1, 7});
+   ASSERT_TRUE(first);
+   EXPECT_EQ(groupsAsked, 1);
+   for (int i = 0; i < 46; ++i) {
+      EXPECT_EQ(owner->slot({1, 7}), first);
+      EXPECT_TRUE(owner->slotHas({1, 7}));
+      EXPECT_EQ(owner->slotIs({1, 7}), first);
+   }
+   EXPECT_EQ(groupsAsked, 1);
+
+   groupsAsked = 0;
+   EXPECT_EQ(owner->count({2, 3}), 203);
+   EXPECT_EQ(owner->countCol().value({2, 3}), 203);
+   EXPECT_FALSE(owner->countIs({2, 3}, 203));  // the same value changes nothing
+   EXPECT_TRUE(owner->countIs({2, 3}, 204));
+   EXPECT_EQ(owner->count({2, 3}), 204);
+   EXPECT_EQ(groupsAsked, 1);
+}
+
+TEST_F(KivGroupedCollection, ARemovedKeyIsNotFoundAgainEvenOnceTheBlocksAreGone) {
+   Kiv::Ptr<Slot> const gone = owner->slot({0, 4});
+   ASSERT_TRUE(gone);
+   EXPECT_EQ(owner->slotDel({0, 4}), gone);
+   EXPECT_FALSE(owner->slot({0, 4}));
+   EXPECT_FALSE(owner->slotHas({0, 4}));
+   Kiv::Ptr<Slot> const again = owner->slotIs({0, 4});
+   EXPECT_NE(again, gone);
+   EXPECT_EQ(owner->slot({0, 4}), again);
+
+   EXPECT_EQ(owner->count({0, 4}), 4);
+   EXPECT_TRUE(owner->countDel({0, 4}));
+   EXPECT_FALSE(owner->countHas({0, 4}));
+   EXPECT_EQ(owner->countCol().value({0, 4}), std::nullopt);
+
+   // Every key but one removed, the last one found and then removed: the map gives its blocks
+   // back, and the lookups after it must not read them.
+   for (Slotted const& k : owner->slotCol().keys()) {
+      if (!(k == Slotted{2, 9})) {
+         owner->slotDel(k);
+      }
+   }
+   Kiv::Ptr<Slot> const last = owner->slot({2, 9});
+   ASSERT_TRUE(last);
+   EXPECT_EQ(owner->slotDel({2, 9}), last);
+   EXPECT_FALSE(owner->slotHas({2, 9}));
+   EXPECT_FALSE(owner->slot({2, 9}));
+   EXPECT_EQ(owner->slot(), 0u);
+   EXPECT_TRUE(owner->slotIs({2, 9}));
+   EXPECT_EQ(owner->slot(), 1u);
 }
 
 }  // namespace

@@ -11,8 +11,12 @@ TypeDesc const* Entity::fwkType() const {
 }
 
 Entity::~Entity() {
-   // Reactors outlive their notifier only when they hold no handle on it; unbind them.
-   for (NotifieeBase* n : notifieeList()) {
+   // Reactors outlive their notifier only when they hold no handle on it; unbind them. Most
+   // records never had one.
+   if (!notifiees_) {
+      return;
+   }
+   for (NotifieeBase* n : *notifiees_) {
       n->notifierBase_ = nullptr;
    }
 }

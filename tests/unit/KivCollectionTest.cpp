@@ -191,6 +191,26 @@ TEST_F(KivCollection, NotifieeKeepsItsNotifierAlive) {
    EXPECT_EQ(owner->notifiees(), 1u);
 }
 
+// A reactor bound without a handle: the framework's own, below the typed one.
+struct Unheld : Kiv::NotifieeBase {
+   void watch(Kiv::Entity const* e) { notifierBaseIs(e); }
+   Kiv::Entity const* watched() const { return notifierBase(); }
+};
+
+TEST_F(KivCollection, AReactorWithoutAHandleOutlivesItsNotifierUnbound) {
+   Unheld unheld;
+   Unheld never;
+   {
+      Kiv::Ptr<Owner> const dying(new Owner());
+      unheld.watch(dying.ptr());
+      EXPECT_EQ(unheld.watched(), dying.ptr());
+      EXPECT_EQ(dying->notifiees(), 1u);
+      Kiv::Ptr<Owner> const unwatched(new Owner());  // dies with no reactor list at all
+   }
+   EXPECT_EQ(unheld.watched(), nullptr);
+   EXPECT_EQ(never.watched(), nullptr);
+}
+
 TEST_F(KivCollection, AnEntityThatNobodyWatchesHasNoReactorList) {
    // Records come by the ten thousand: what an entity holds for its reactors is one pointer
    // until one comes.

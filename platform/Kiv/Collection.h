@@ -242,7 +242,8 @@ class Collection {
    // The element last found or made: lookups come in runs of one key (every CPU queue of an
    // interface asks for its counter record; removing a key looks its record up three times),
    // and a run then costs a comparison, not a hash and a walk of a bucket. Elements of a hash
-   // table stay where they are when it grows; an element removed takes the hint with it.
+   // table and the slots of a grouped map stay where they are when it grows; an element removed
+   // takes the hint with it.
    mutable std::atomic<Element*> last_{nullptr};
 };
 

@@ -122,7 +122,7 @@ class GroupedMap {
    const_iterator find(Key const& key) const { return findIn<true>(*this, key); }
    std::size_t count(Key const& key) const { return find(key) != end() ? 1 : 0; }
    // The element of `key`, or null.
-   value_type* get(Key const& key) const {
+   value_type const* get(Key const& key) const {
       auto const* const group = holder(key);
       return group ? &group->second->at(Groups::slot(key)) : nullptr;
    }
@@ -214,7 +214,7 @@ class GroupedMap {
    // The index's entry of the group that holds an element of `key`, or null.
    typename Index::value_type const* holder(Key const& key) const {
       if (size_ == 0) {
-         return nullptr;  // the VXLAN twins of a switch without the workaround
+         return nullptr;  // an empty map answers without a search
       }
       auto const* const group = index_.get(Groups::group(key));
       if (!group || !group->second || !(group->second->taken & (U64(1) << Groups::slot(key)))) {

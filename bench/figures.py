@@ -23,8 +23,8 @@ extra = sys.argv[2:]
 # The ratio figures, B1 to B3: each side run this many times, the runs of every side shuffled
 # together, and the median of each side taken. A busy moment then lands on a run or two of either
 # side, not on one side's only run.
-PAIRED = "^B[123]_"
-PAIRED_REPETITIONS = 9
+INTERLEAVED = "^B[123]_"
+INTERLEAVED_REPETITIONS = 9
 
 
 def run_benchmarks(flags=()):
@@ -119,9 +119,9 @@ def ms(s):
 
 def main():
     scale_rss, scale_end = run_scale()
-    r = run_benchmarks([f"--benchmark_filter=-{PAIRED}"])
-    r.update(run_benchmarks([f"--benchmark_filter={PAIRED}",
-                             f"--benchmark_repetitions={PAIRED_REPETITIONS}",
+    r = run_benchmarks([f"--benchmark_filter=-{INTERLEAVED}"])
+    r.update(run_benchmarks([f"--benchmark_filter={INTERLEAVED}",
+                             f"--benchmark_repetitions={INTERLEAVED_REPETITIONS}",
                              "--benchmark_enable_random_interleaving=true"]))
     mem = run_memory()
     check, quiet, steps = preflight_figure()
